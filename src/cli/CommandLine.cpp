@@ -1,0 +1,31 @@
+#include "cli/CommandLine.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+
+#include "platform/Log.h"
+
+namespace quillon {
+
+int runCommandLine(int argc, char** argv) {
+    CLI::App app{"Quillon records internet radio: one tagged MP3 file per track."};
+    app.require_subcommand(0, 1);
+    bool verbose = false;
+    app.add_flag("-v,--verbose", verbose, "Show the system log on stderr");
+    app.footer("Run 'quillon COMMAND --help' for the options of a command.");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        if (e.get_exit_code() == 0) return app.exit(e);
+        std::fprintf(stderr, "quillon: %s\n", e.what());
+        return 2;
+    }
+    Log::setVerbose(verbose);
+    if (app.get_subcommands().empty()) {
+        std::fputs(app.help().c_str(), stdout);
+    }
+    return 0;
+}
+
+}  // namespace quillon

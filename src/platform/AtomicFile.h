@@ -1,0 +1,16 @@
+#pragma once
+// Whole-file reads and transactional writes: a stored file is written to a
+// temporary file in the same folder, flushed, then renamed over the target, so
+// a reader sees either the old file or the new one, never half of one.
+#include <optional>
+#include <span>
+#include <string>
+
+#include "platform/ByteBuffer.h"
+
+namespace quillon {
+
+bool writeFileAtomically(const std::string& path, std::span<const std::uint8_t> bytes);
+std::optional<Bytes> readWholeFile(const std::string& path);
+
+}  // namespace quillon

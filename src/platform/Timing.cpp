@@ -1,0 +1,10 @@
+#include "platform/Timing.h"
+
+namespace quillon {
+
+Timing& timing() {
+    static Timing table;
+    return table;
+}
+
+}  // namespace quillon

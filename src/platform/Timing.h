@@ -1,0 +1,22 @@
+#pragma once
+// Every delay and time-out of the system, in seconds, with the documented values
+// as defaults. Only tests shorten them (before starting the code under test).
+namespace quillon {
+
+struct Timing {
+    double streamReadTimeout = 60;   // a connection's header and stream reads and writes
+    double connectRetryDelay = 10;   // between connect attempts
+    double restartDelay = 20;        // after a failure while streaming
+    double acceptWait = 2;           // a listening socket's accept wait
+    double relayCadence = 0.1;       // relay feeder and listener writers
+    double autoListenDelay = 3;      // opening the player after streaming starts
+    double scheduleTick = 10;        // schedule rules
+    double freeSpaceCheck = 60;      // free-space guard
+    double libraryHandOffDelay = 30; // hand-off of a size-split chunk
+    double redirectTimeout = 60;     // a bookmark's redirect probe
+};
+
+// The process's timing table.
+Timing& timing();
+
+}  // namespace quillon
