@@ -1,0 +1,54 @@
+#include <gtest/gtest.h>
+
+#include "platform/Localization.h"
+#include "platform/TextUtil.h"
+
+using namespace quillon;
+
+namespace {
+
+TEST(TextUtilTest, LeadingIntegerReading) {
+    struct Case {
+        const char* text;
+        std::int32_t value;
+    } cases[] = {{"42", 42}, {"  -7x", -7}, {"+3", 3}, {"abc", 0}, {"", 0}, {"12:30", 12},
+                 {"99999999999", 2147483647}, {"-99999999999", -2147483647 - 1}, {"8000/", 8000}};
+    for (const auto& c : cases) EXPECT_EQ(intValue(c.text), c.value) << c.text;
+}
+
+TEST(TextUtilTest, WireTextIsUtf8WhenValidElseLatin1) {
+    EXPECT_EQ(textFromWire("Caf\xc3\xa9"), "Caf\xc3\xa9");
+    EXPECT_EQ(textFromWire("Caf\xe9"), "Caf\xc3\xa9");
+    EXPECT_FALSE(isValidUtf8("\xc0\x80"));      // overlong
+    EXPECT_FALSE(isValidUtf8("\xed\xa0\x80"));  // surrogate
+    EXPECT_TRUE(isValidUtf8("\xf0\x9f\x8e\xb5"));
+}
+
+TEST(TextUtilTest, Utf8PrefixNeverSplitsACharacter) {
+    std::string s = "ab\xc3\xa9\xe2\x82\xac";  // a b é €
+    EXPECT_EQ(utf8Prefix(s, 3), "ab");
+    EXPECT_EQ(utf8Prefix(s, 4), "ab\xc3\xa9");
+    EXPECT_EQ(utf8Prefix(s, 6), "ab\xc3\xa9");
+    EXPECT_EQ(utf8Prefix(s, 7), s);
+    EXPECT_EQ(toUtf8(toUtf32(s)), s);
+}
+
+TEST(TextUtilTest, Base64MatchesTheStandardAlphabetWithPadding) {
+    EXPECT_EQ(base64Encode(""), "");
+    EXPECT_EQ(base64Encode("f"), "Zg==");
+    EXPECT_EQ(base64Encode("fo"), "Zm8=");
+    EXPECT_EQ(base64Encode("foo"), "Zm9v");
+    EXPECT_EQ(base64Encode("user:pass"), "dXNlcjpwYXNz");
+}
+
+TEST(LocalizationTest, StringsFileParsingAndDefaults) {
+    auto table = parseStringsFile(
+        "/* comment */\n\"a\" = \"Alpha\";\n\"q\" = \"say \\\"hi\\\"\";\nbroken line\n\"b\"=\"B\";");
+    EXPECT_EQ(table.at("a"), "Alpha");
+    EXPECT_EQ(table.at("q"), "say \"hi\"");
+    EXPECT_EQ(table.at("b"), "B");
+    EXPECT_EQ(localized("incomp", "x"), "Incomplete");
+    EXPECT_EQ(localized("no such key", "fallback"), "fallback");
+}
+
+}  // namespace
