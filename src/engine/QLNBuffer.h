@@ -1,0 +1,84 @@
+#pragma once
+// The track file writer: a delay line that keeps the most recent half of its
+// capacity (30 s of a 60 s capacity) in memory and writes only older audio to
+// the current file, so that a title change, which arrives while the end of the
+// old track is still held, can be cut at the right byte. Each announced file
+// gets the audio between its cut and the next; cuts are shifted by the record
+// offset in seconds (negative: earlier).
+//
+// Thread contract: the connection thread calls addData; the track switch
+// (setNewFileHandle) may run on the connection thread or on the main thread,
+// so one mutex guards the buffer, the current file and the pending cuts.
+// bufferSize and filledValue are lock-free (atomics) for the user interface.
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <span>
+#include <vector>
+
+#include "platform/ByteBuffer.h"
+#include "platform/FileHandle.h"
+
+namespace quillon {
+
+class QLNBuffer {
+public:
+    // Writes are batched: nothing goes to the file until the held bytes exceed
+    // the delay line by more than this.
+    static constexpr std::int64_t kWriteSlack = 16384;
+
+    QLNBuffer(unsigned seconds, int offset);
+    QLNBuffer(const QLNBuffer&) = delete;
+    QLNBuffer& operator=(const QLNBuffer&) = delete;
+
+    // Sizes the writer for the stream's bit rate in kbit/s (0 counts as 128).
+    void initValues(unsigned bitrate);
+    // Appends one audio block, then either performs the first pending cut once
+    // it is reached or writes everything older than the delay line.
+    void addData(std::span<const std::uint8_t> block);
+    // The first file of the writer's life is taken at once; every later one is
+    // scheduled as a cut `offset` seconds after the audio received so far.
+    void setNewFileHandle(FileHandle file);
+    // Writes the front `count` bytes to the current file, closes it and moves to
+    // the next pending file (the null device when none is pending).
+    void flushBuffer(std::int64_t count);
+    // Takes the front `count` bytes. Raises "QLN BUFFER INCONSISTENT VALUE" for
+    // a negative count and "not enough data" for more than is held.
+    Bytes getData(std::int64_t count);
+
+    // Bytes held at present (not the capacity).
+    std::size_t bufferSize() const { return held_.load(std::memory_order_relaxed); }
+    // How full the delay line is, 0-100.
+    unsigned filledValue() const;
+
+    // Capacity in bytes: bit rate x seconds x 125.
+    std::uint32_t capacity() const { return capacity_.load(std::memory_order_relaxed); }
+    // Bytes from the announcement of a file to its cut.
+    std::int64_t flushSize() const;
+    // Pending cut positions, as offsets from the front of the held bytes.
+    std::vector<std::int64_t> pendingCuts() const;
+    bool hasFileHandle() const;
+
+private:
+    // Caller holds mutex_. Raises the getData failures for a count out of range.
+    void requireCount(std::int64_t count) const;
+    // Caller holds mutex_ and has checked the count.
+    void writeFront(std::size_t count);
+    void flushBufferLocked(std::int64_t count);
+    void updateHeld() { held_.store(buffer_.size(), std::memory_order_relaxed); }
+
+    mutable std::mutex mutex_;
+    ByteBuffer buffer_;
+    const unsigned bufferSeconds_;
+    std::atomic<std::uint32_t> capacity_{0};
+    const int bufferOffset_;
+    std::int64_t flushSize_ = 0;
+    FileHandle filehandle_;
+    bool shouldSetNewFileHandle_ = true;
+    std::deque<std::int64_t> flushEvents_;
+    std::deque<FileHandle> pendingFiles_;
+    std::atomic<std::size_t> held_{0};
+};
+
+}  // namespace quillon

@@ -1,0 +1,131 @@
+#include "engine/StreamHeader.h"
+
+#include <fmt/format.h>
+
+#include "platform/TextUtil.h"
+
+namespace quillon {
+
+namespace {
+
+constexpr std::string_view kNotAvailable = "N/A";
+
+struct StatusText {
+    int code;
+    bool error;
+    const char* type;
+};
+
+constexpr StatusText kStatusTable[] = {
+    {200, false, "OK"},         {302, true, "Redirecting"}, {400, true, "Server full"},
+    {401, true, "Unavailable"}, {404, true, "Not found"},
+};
+
+}  // namespace
+
+StreamHeader::StreamHeader()
+    : infoTypes_{"ICY ",        "HTTP/1.1 ",         "HTTP/1.0 ",  "Server: ",
+                 "icy-name:",   "x-audiocast-name:", "icy-genre:", "x-audiocast-genre:",
+                 "icy-url:",    "x-audiocast-url:",  "icy-br:",    "x-audiocast-bitrate:",
+                 "icy-metaint:"} {}
+
+int StreamHeader::parseHeader(std::string_view header) { return parseHeader(asBytes(header)); }
+
+int StreamHeader::parseHeader(std::span<const std::uint8_t> header) {
+    streamInfos_.clear();
+    streamInfos_.emplace(kNotAvailable, kNotAvailable);
+    for (const std::string& key : infoTypes_) {
+        // Raw bytes: the rebuilt header must give the listeners what the server sent.
+        auto behind = returnDataInDataAfter(header, key);
+        if (!behind) continue;
+        auto value = returnDataInDataBefore(*behind, "\r\n");
+        if (value) streamInfos_.emplace(key, std::string(asText(*value)));
+    }
+    updateError();
+    updateServerType();
+
+    std::string_view nameKey = kNotAvailable, genreKey = kNotAvailable, urlKey = kNotAvailable,
+                     rateKey = kNotAvailable;
+    if (serverType_ == 1) {
+        nameKey = "x-audiocast-name:";
+        genreKey = "x-audiocast-genre:";
+        urlKey = "x-audiocast-url:";
+        rateKey = "x-audiocast-bitrate:";
+    } else if (serverType_ == 2) {
+        nameKey = "icy-name:";
+        genreKey = "icy-genre:";
+        urlKey = "icy-url:";
+        rateKey = "icy-br:";
+    }
+    name_ = textFromWire(valueOr(nameKey));
+    genre_ = textFromWire(valueOr(genreKey));
+    url_ = textFromWire(valueOr(urlKey));
+    bitRate_ = intValue(valueOr(rateKey));
+    metaInt_ = intValue(valueOr("icy-metaint:"));
+    hasMeta_ = metaInt_ > 0;
+    return static_cast<int>(streamInfos_.size());
+}
+
+std::optional<std::string> StreamHeader::getValueForKey(std::string_view key) const {
+    auto it = streamInfos_.find(key);
+    if (it == streamInfos_.end()) return std::nullopt;
+    return it->second;
+}
+
+std::string StreamHeader::valueOr(std::string_view key) const {
+    auto it = streamInfos_.find(key);
+    return it == streamInfos_.end() ? std::string() : it->second;
+}
+
+void StreamHeader::updateError() {
+    std::optional<std::string> status = getValueForKey("ICY ");
+    if (!status) status = getValueForKey("HTTP/1.1 ");
+    if (!status) status = getValueForKey("HTTP/1.0 ");
+    // Without a status line the earlier verdict stands.
+    if (!status) return;
+    int code = intValue(std::string_view(*status).substr(0, 3));
+    error_ = true;
+    errorType_ = "Unknown error";
+    for (const StatusText& entry : kStatusTable) {
+        if (entry.code == code) {
+            error_ = entry.error;
+            errorType_ = entry.type;
+        }
+    }
+}
+
+void StreamHeader::updateServerType() {
+    if (streamInfos_.contains("x-audiocast-name:")) {
+        serverType_ = 1;
+    } else if (streamInfos_.contains("ICY ")) {
+        serverType_ = 2;
+    } else {
+        std::string server = valueOr("Server: ");
+        if (startsWith(server, "Nano"))
+            serverType_ = 3;
+        else if (startsWith(server, "icecast") || startsWith(server, "Icecast"))
+            serverType_ = 2;
+        else
+            serverType_ = 4;
+    }
+}
+
+std::string StreamHeader::header() const {
+    std::string out;
+    for (const std::string& key : infoTypes_) {
+        auto it = streamInfos_.find(key);
+        if (it == streamInfos_.end()) continue;
+        out += key;
+        out += it->second;
+        out += "\r\n";
+    }
+    out += "\r\n";
+    return out;
+}
+
+std::string StreamHeader::description() const {
+    return fmt::format("HEADER DESCRIPTION : \nName : {}\nGenre : {}\nUrl: {}\nBitrate : {}\nMeta : {}",
+                       name_, genre_, url_, bitRate(), metaInt_);
+}
+
+}  // namespace quillon

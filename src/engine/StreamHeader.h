@@ -1,0 +1,77 @@
+#pragma once
+// The parsed response header of a stream server: status, server type, station
+// name, genre, URL, bit rate and meta interval, plus the header rebuilt for the
+// relay's listeners. A pure parser over the header bytes.
+//
+// Thread contract: one thread at a time (the connection's); the connection
+// hands the finished object to readers only after parsing.
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/VoObject.h"
+
+namespace quillon {
+
+class StreamHeader : public VoObject {
+public:
+    StreamHeader();
+
+    // Parses the header bytes (up to and including the blank line) and returns
+    // the number of entries found, the "N/A" entry included. Values are kept as
+    // the server sent them: the text behind the key up to the next "\r\n".
+    int parseHeader(std::span<const std::uint8_t> header);
+    int parseHeader(std::string_view header);
+
+    // The raw value stored under a key ("icy-name:", "N/A", ...), or none.
+    std::optional<std::string> getValueForKey(std::string_view key) const;
+    // The header for the relay's listeners: every key found, in key-list order,
+    // with its value and "\r\n", then a final "\r\n".
+    std::string header() const;
+    std::string description() const;
+
+    // The keys searched for, in order.
+    const std::vector<std::string>& infoTypes() const { return infoTypes_; }
+
+    // 1 audiocast-style server, 2 ICY, 3 "Nano", 4 other (0 before any parse).
+    int serverType() const { return serverType_; }
+    bool error() const { return error_; }
+    const std::string& errorType() const { return errorType_; }
+    // Name, genre and URL as UTF-8 (a value that is not valid UTF-8 is read as
+    // Latin-1); a blank that followed the key's colon is kept.
+    const std::string& name() const { return name_; }
+    const std::string& title() const { return title_; }
+    void setTitle(std::string title) { title_ = std::move(title); }
+    const std::string& genre() const { return genre_; }
+    const std::string& url() const { return url_; }
+    void setStationURL(std::string url) { url_ = std::move(url); }
+    // kbit/s; a stored value above 320 reads as 128.
+    int bitRate() const { return bitRate_ > 320 ? 128 : bitRate_; }
+    void setBitRate(int bitRate) { bitRate_ = bitRate; }
+    int metaInt() const { return metaInt_; }
+    bool hasMeta() const { return hasMeta_; }
+
+private:
+    std::string valueOr(std::string_view key) const;
+    void updateError();
+    void updateServerType();
+
+    std::map<std::string, std::string, std::less<>> streamInfos_;
+    std::vector<std::string> infoTypes_;
+    int serverType_ = 0;
+    bool error_ = false;
+    std::string errorType_;
+    std::string name_;
+    std::string title_;
+    std::string genre_;
+    std::string url_;
+    int bitRate_ = 0;
+    int metaInt_ = 0;
+    bool hasMeta_ = false;
+};
+
+}  // namespace quillon

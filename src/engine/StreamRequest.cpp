@@ -1,0 +1,42 @@
+#include "engine/StreamRequest.h"
+
+#include <string_view>
+
+#include "platform/TextUtil.h"
+
+namespace quillon {
+
+namespace {
+// A line break inside a value would end its line early and let a bookmark or a
+// directory entry add header lines of its own; no valid value contains one.
+std::string oneLine(std::string_view value) {
+    std::string out;
+    out.reserve(value.size());
+    for (char c : value)
+        if (c != '\r' && c != '\n') out += c;
+    return out;
+}
+}  // namespace
+
+std::string logHeader(const StreamRequestParams& params) {
+    const std::string host = oneLine(params.host), port = oneLine(params.port), path = oneLine(params.path);
+    std::string request;
+    if (params.proxyOn)
+        request += "GET http://" + host + ":" + port + path + " HTTP/1.1\r\n";
+    else
+        request += "GET " + path + " HTTP/1.1\r\n";
+    request += "Accept: */*\r\n";
+    request += "Cache-Control: no-cache\r\n";
+    request += "User-Agent: " + oneLine(params.userAgent.value_or(kDefaultUserAgent)) + "\r\n";
+    request += "Icy-MetaData: 1\r\n";
+    request += "Connection: close\r\n";
+    request += "Host: " + host + ":" + port + "\r\n";
+    if (params.authentication) {
+        request += "Extension: Security/Remote-Passphrase\r\n";
+        request += "Authorization: Basic " + base64Encode(*params.authentication) + "\r\n";
+    }
+    request += "\r\n";
+    return request;
+}
+
+}  // namespace quillon
