@@ -4,6 +4,8 @@
 
 #include <cstdio>
 
+#include "cli/Command.h"
+#include "cli/StationCommand.h"
 #include "platform/Log.h"
 
 namespace quillon {
@@ -14,6 +16,8 @@ int runCommandLine(int argc, char** argv) {
     bool verbose = false;
     app.add_flag("-v,--verbose", verbose, "Show the system log on stderr");
     app.footer("Run 'quillon COMMAND --help' for the options of a command.");
+    CommandRunner runner;
+    addStationCommand(app, runner);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -22,6 +26,14 @@ int runCommandLine(int argc, char** argv) {
         return 2;
     }
     Log::setVerbose(verbose);
+    if (runner) {
+        try {
+            return runner();
+        } catch (const UsageError& e) {
+            std::fprintf(stderr, "quillon: %s\n", e.what());
+            return 2;
+        }
+    }
     if (app.get_subcommands().empty()) {
         std::fputs(app.help().c_str(), stdout);
     }

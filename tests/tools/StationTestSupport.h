@@ -1,0 +1,97 @@
+#pragma once
+// Helpers for the station tests: a raw-socket ICY client on loopback, a splitter
+// of ICY streams into audio and metadata blocks, and a child process whose output
+// is captured and which is always reaped.
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/ByteBuffer.h"
+#include "platform/FileHandle.h"
+
+namespace quillon::test {
+
+// Upper bound for any single wait; only reached when something hangs.
+constexpr int kWaitMs = 10000;
+
+struct MetaBlock {
+    std::uint64_t audioOffset = 0;  // audio bytes before the block
+    std::uint8_t length = 0;        // the length byte
+    std::string text;               // without the zero padding
+};
+
+struct IcyStream {
+    Bytes audio;
+    std::vector<MetaBlock> blocks;
+};
+
+// Splits the bytes after a header for meta interval `metaint` (0: all audio); a
+// metadata block cut off at the end is dropped.
+IcyStream splitIcy(const Bytes& bytes, std::uint32_t metaint);
+// The text between "StreamTitle='" and "';".
+std::optional<std::string> streamTitle(const std::string& text);
+
+class IcyClient {
+public:
+    explicit IcyClient(std::uint16_t port);  // connects to 127.0.0.1:port
+    void send(const std::string& text);
+    void sendRequest(const std::string& path = "/", bool metadata = true);
+    // The header through its blank line (or whatever came before the close).
+    std::string readHeader();
+    // Reads until `count` bytes are buffered or the peer closes; returns and empties the buffer.
+    Bytes read(std::size_t count);
+    // Reads (after the header) until `audioBytes` audio bytes arrived or the peer closed.
+    IcyStream readStream(std::uint32_t metaint, std::size_t audioBytes);
+    // Whether the peer closes within timeoutMs; data that arrives meanwhile is kept.
+    bool peerClosed(int timeoutMs = kWaitMs);
+    void close() { socket_.close(); }
+
+private:
+    bool fill(int timeoutMs);
+    FileHandle socket_;
+    Bytes buffer_;
+    bool closed_ = false;
+};
+
+struct ProcessResult {
+    int status = -1;  // exit status, or 128 + signal
+    std::string out, err;
+};
+
+// A child process with captured stdout and stderr; the destructor kills
+// (SIGKILL) and reaps it when it is still running.
+class CapturedProcess {
+public:
+    explicit CapturedProcess(const std::vector<std::string>& argv);
+    ~CapturedProcess();
+    CapturedProcess(const CapturedProcess&) = delete;
+    CapturedProcess& operator=(const CapturedProcess&) = delete;
+    std::optional<std::string> readLine();  // the next stdout line, none on EOF or time-out
+    void signal(int number);
+    ProcessResult wait();  // the rest of the output and the exit status
+
+private:
+    pid_t pid_ = -1;
+    FileHandle out_, err_;
+    std::string outText_;
+};
+
+inline ProcessResult runProcess(const std::vector<std::string>& argv) { return CapturedProcess(argv).wait(); }
+
+// Polls `condition` until it holds or kWaitMs passes.
+template <typename Condition>
+bool eventually(Condition condition) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kWaitMs);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
+}  // namespace quillon::test

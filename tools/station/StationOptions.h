@@ -1,0 +1,56 @@
+#pragma once
+// The settings of one test station: what it sends, how fast, and which faults it
+// stages. A plain value; validate() checks it once, before the station starts.
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace quillon {
+
+enum class StationRate { realtime, max };
+enum class StationPayload { mp3, counter };
+enum class StationStatus { icy, http };
+// How metadata blocks look when titles are withheld: none (titles are sent),
+// zero-length blocks only, or blocks that carry StreamTitle=''.
+enum class EmptyTitles { none, zeroLength, blank };
+
+struct StationOptions {
+    std::uint16_t port = 0;             // 0: an ephemeral port, readable after start
+    std::uint32_t metaint = 8192;       // audio bytes between metadata blocks; 0: no metadata
+    std::uint32_t bitrate = 128;        // kbit/s, announced and used for pacing
+    std::vector<std::string> titles;    // empty: generated "Artist N - Title N"
+    std::uint64_t titleEvery = 262144;  // audio bytes between title changes; 0: one title only
+    bool repeatTitle = false;           // repeat the current title in every metadata block
+    StationRate rate = StationRate::realtime;
+    StationPayload payload = StationPayload::mp3;
+    StationStatus status = StationStatus::icy;
+    // The Server: line; unset means "Icecast 2.4.4" under an HTTP status line and
+    // none under an ICY one; an empty text means no line at all.
+    std::optional<std::string> server;
+    std::string name = "Quillon Test Station";
+    std::string genre = "Test";
+    std::string url = "http://127.0.0.1/";
+
+    // Faults on demand.
+    std::optional<std::uint64_t> closeAfter;  // hang up after this many audio bytes
+    std::optional<std::uint32_t> badMetaAt;   // title index whose block gets a length byte >= 128
+    std::optional<std::string> redirectTo;    // answer every request with a 302 to this URL
+    std::optional<int> refuse;                // answer with this error status (400..599)
+    bool silentAfterHeader = false;           // send the header, then nothing
+    EmptyTitles emptyTitles = EmptyTitles::none;
+};
+
+// Throws std::invalid_argument with a one-line reason when the options cannot
+// describe a working station.
+void validate(const StationOptions& options);
+
+// "A - x,B - y" split at commas, blanks around each title trimmed, empty items
+// dropped.
+std::vector<std::string> parseTitleList(std::string_view text);
+
+// The MPEG-1 Layer III bit rates (kbit/s) that an mp3 payload can use.
+bool isMp3Bitrate(std::uint32_t kbps);
+
+}  // namespace quillon
