@@ -1,0 +1,196 @@
+#include "net/TCPSocket.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "platform/Log.h"
+#include "platform/NamedException.h"
+
+namespace quillon {
+
+namespace {
+
+constexpr short kTrouble = POLLERR | POLLHUP | POLLNVAL;
+
+NamedException withErrno(const char* name) {
+    return NamedException(name, std::string(name) + " (" + NamedException::errnoText() + ")");
+}
+
+bool endsWithDelimiter(const Bytes& data, std::size_t n, std::span<const std::uint8_t> delimiter) {
+    return std::equal(delimiter.begin(), delimiter.end(),
+                      data.begin() + static_cast<std::ptrdiff_t>(n - delimiter.size()));
+}
+
+}  // namespace
+
+TCPSocket::TCPSocket() { createSocket(); }
+
+TCPSocket::TCPSocket(FileHandle fd, const sockaddr_in& address) { setFD(std::move(fd), address); }
+
+// Stops a listener's accept thread while this object is still a TCPSocket: the
+// thread makes clients through the virtual newClientSocket.
+TCPSocket::~TCPSocket() { close(); }
+
+bool TCPSocket::createSocket() {
+    try {
+        FileHandle fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        if (!fd.isOpen())
+            throw NamedException("Socket error", fmt::format("Can't create TCP socket ({})", errno));
+        setDescriptor(std::move(fd));
+        return true;
+    } catch (const NamedException&) {
+        setDescriptor(FileHandle());
+        return false;
+    }
+}
+
+std::shared_ptr<Socket> TCPSocket::newClientSocket(FileHandle fd, const sockaddr_in& address) {
+    return std::shared_ptr<TCPSocket>(new TCPSocket(std::move(fd), address));
+}
+
+void TCPSocket::setNewClientHandler(NewClientHandler handler) {
+    if (!handler) {
+        setClientHandler(nullptr);
+        return;
+    }
+    setClientHandler([handler = std::move(handler)](std::shared_ptr<Socket> client, Clock::time_point at) {
+        handler(std::static_pointer_cast<TCPSocket>(std::move(client)), at);
+    });
+}
+
+bool TCPSocket::connectToHostName(const std::string& host, std::uint16_t port) {
+    try {
+        const char* name = "TCP Socket : connexion error";
+        if (fd() < 0) throw NamedException(name, "bad descriptor");
+        if (connected()) throw NamedException(name, "already connected");
+        sockaddr_in address{};
+        if (!lookupHost(host, port, address)) throw NamedException(name, "can't resolve host");
+        if (::connect(fd(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+            throw NamedException(name, "connect failed");
+        remoteHost_ = host;
+        remotePort_ = port;
+        setConnected(true);
+        return true;
+    } catch (const NamedException& e) {
+        Log::info("TCP Connection error : {}", e.reason());
+        return false;
+    }
+}
+
+std::size_t TCPSocket::readBytesToBuffer(void* buffer, std::size_t length) {
+    return readUntilDone(buffer, length, false);
+}
+
+void TCPSocket::writeBytes(const void* bytes, std::int32_t length, double timeout) {
+    auto* next = static_cast<const std::uint8_t*>(bytes);
+    std::size_t remaining = length > 0 ? static_cast<std::size_t>(length) : 0;
+    while (remaining > 0) {
+        short revents = 0;
+        if (waitFor(POLLOUT, timeout, revents) < 1) throw withErrno("TCP Write timeout");
+        if (revents & POLLOUT) {
+            ssize_t sent = ::send(fd(), next, remaining, 0);
+            if (sent < 0) {
+                if (errno == EINTR) continue;
+                throw withErrno("TCP Write Error");
+            }
+            next += sent;
+            remaining -= static_cast<std::size_t>(sent);
+        } else if (revents & kTrouble) {
+            throw withErrno("TCP Write error");
+        }
+    }
+}
+
+std::size_t TCPSocket::readBytesToBuffer(void* buffer, std::int64_t length, double timeout) {
+    if (length < 1) return 0;
+    auto* out = static_cast<std::uint8_t*>(buffer);
+    auto wanted = static_cast<std::size_t>(length);
+    std::size_t done = 0;
+    while (done < wanted) {
+        short revents = 0;
+        if (waitFor(POLLIN, timeout, revents) < 1) throw withErrno("TCP read timeout");
+        if (revents & POLLIN) {
+            ssize_t got = ::read(fd(), out + done, wanted - done);
+            if (got == 0) return done;
+            if (got < 0) {
+                if (errno == EINTR) continue;
+                throw withErrno("TCP Read Error");
+            }
+            done += static_cast<std::size_t>(got);
+        } else if (revents & kTrouble) {
+            throw withErrno("TCP read error");
+        }
+    }
+    return done;
+}
+
+Bytes TCPSocket::readData(std::size_t length, double timeout) {
+    Bytes data(length, 0);
+    data.resize(readBytesToBuffer(data.data(), static_cast<std::int64_t>(length), timeout));
+    return data;
+}
+
+Bytes TCPSocket::readDataUpToData(std::span<const std::uint8_t> delimiter, std::size_t max, double timeout) {
+    const std::size_t d = delimiter.size();
+    Bytes data(max, 0);
+    // The first read's count is not checked: bytes missing at end of stream stay zero.
+    readBytesToBuffer(data.data(), static_cast<std::int64_t>(std::min(d, max)), timeout);
+    if (d >= max) return data;
+    std::size_t n = d;
+    while (true) {
+        if (endsWithDelimiter(data, n, delimiter)) {
+            data.resize(n);
+            return data;
+        }
+        readBytesToBuffer(data.data() + n, 1, timeout);
+        ++n;
+        // A delimiter completed by the very last byte is not looked for.
+        if (n == max) return data;
+    }
+}
+
+Bytes TCPSocket::readDataUpToData(std::string_view delimiter, std::size_t max, double timeout) {
+    return readDataUpToData(asBytes(delimiter), max, timeout);
+}
+
+Bytes TCPSocket::readDataUpToString(std::string_view delimiter, double timeout) {
+    auto wanted = asBytes(delimiter);
+    const std::size_t d = wanted.size();
+    Bytes data;
+    data.reserve(1024);
+    data.resize(d);
+    std::size_t got = readBytesToBuffer(data.data(), static_cast<std::int64_t>(d), timeout);
+    if (got < d) {
+        data.resize(got);
+        return data;
+    }
+    while (!endsWithDelimiter(data, data.size(), wanted)) {
+        std::uint8_t byte = 0;
+        // Without this stop a peer that hangs up would have us append for ever.
+        if (readBytesToBuffer(&byte, 1, timeout) == 0) return data;
+        data.push_back(byte);
+    }
+    return data;
+}
+
+void TCPSocket::writeData(std::span<const std::uint8_t> bytes, double timeout) {
+    writeBytes(bytes.data(), static_cast<std::int32_t>(bytes.size()), timeout);
+}
+
+void TCPSocket::writeString(std::string_view text, double timeout) {
+    text = text.substr(0, text.find('\0'));
+    writeBytes(text.data(), static_cast<std::int32_t>(text.size()), timeout);
+}
+
+void TCPSocket::close() {
+    remoteHost_.clear();
+    remotePort_ = 0;
+    Socket::close();
+}
+
+}  // namespace quillon

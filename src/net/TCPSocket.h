@@ -1,0 +1,76 @@
+#pragma once
+// A blocking IPv4 stream socket: the client side (connect, reads and writes with
+// a time-out per wait, delimiter reads for header lines) and, through Socket,
+// the listening side that hands each accepted client to a handler on the main
+// thread.
+//
+// Thread contract: as Socket. One thread at a time reads, writes, connects or
+// closes a socket; the new-client handler runs on the main thread while the
+// accept thread waits for it. Failures of the I/O operations are raised as
+// NamedException for the caller to catch; connect and listen log and return
+// false.
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "net/Socket.h"
+#include "platform/ByteBuffer.h"
+
+namespace quillon {
+
+class TCPSocket : public Socket {
+public:
+    using NewClientHandler = std::function<void(std::shared_ptr<TCPSocket> client,
+                                                std::chrono::system_clock::time_point acceptedAt)>;
+
+    // Never fails: without a descriptor the first operation fails instead.
+    TCPSocket();
+    ~TCPSocket() override;
+
+    // Resolves and connects (the system's blocking connect); logs and returns
+    // false on failure, leaving the descriptor as it is.
+    bool connectToHostName(const std::string& host, std::uint16_t port) override;
+
+    // Without a time-out. The read returns short at end of stream without closing.
+    using Socket::writeBytes;
+    std::size_t readBytesToBuffer(void* buffer, std::size_t length) override;
+
+    // With a time-out of `timeout` seconds for each wait, not for the whole call.
+    void writeBytes(const void* bytes, std::int32_t length, double timeout);
+    // Returns the count read: short when the peer ends the stream.
+    std::size_t readBytesToBuffer(void* buffer, std::int64_t length, double timeout);
+    // Up to `length` bytes; shorter when the peer ends the stream.
+    Bytes readData(std::size_t length, double timeout);
+    // Reads up to and including the delimiter, at most `max` bytes. A result of
+    // exactly `max` bytes means the delimiter was not found before; when the peer
+    // ends the stream the rest of the `max` bytes stay zero.
+    Bytes readDataUpToData(std::span<const std::uint8_t> delimiter, std::size_t max, double timeout);
+    Bytes readDataUpToData(std::string_view delimiter, std::size_t max, double timeout);
+    // Reads up to and including the delimiter, without a bound. Ends early,
+    // without the delimiter, when the peer ends the stream.
+    Bytes readDataUpToString(std::string_view delimiter, double timeout);
+    void writeData(std::span<const std::uint8_t> bytes, double timeout);
+    // Sends the text up to its first NUL character.
+    void writeString(std::string_view text, double timeout);
+
+    // Called on the main thread for each accepted client of a listening socket.
+    void setNewClientHandler(NewClientHandler handler);
+
+    // Also forgets the remote host and port.
+    void close() override;
+
+protected:
+    bool createSocket() override;
+    std::shared_ptr<Socket> newClientSocket(FileHandle fd, const sockaddr_in& address) override;
+
+private:
+    // An accepted client: takes over the accepted descriptor.
+    TCPSocket(FileHandle fd, const sockaddr_in& address);
+};
+
+}  // namespace quillon
