@@ -69,6 +69,7 @@ void Socket::setClientHandler(ClientHandler handler) {
 }
 
 void Socket::setFD(FileHandle fd, const sockaddr_in& address) {
+    std::lock_guard lock(descriptorMutex_);
     socket_ = std::move(fd);
     inetAddress_ = address;
 }
@@ -310,6 +311,7 @@ void Socket::stopListen() {
         else
             acceptThread_.join();
     }
+    std::lock_guard lock(descriptorMutex_);
     socket_.close();
 }
 
@@ -332,10 +334,18 @@ void Socket::close() {
         stopListen();
         disconnectClients();
     } else if (connected_) {
-        socket_.close();
+        {
+            std::lock_guard lock(descriptorMutex_);
+            socket_.close();
+        }
         connected_ = false;
         shouldDelete_ = true;
     }
+}
+
+void Socket::interrupt() {
+    std::lock_guard lock(descriptorMutex_);
+    if (socket_.isOpen()) ::shutdown(socket_.fd(), SHUT_RDWR);
 }
 
 std::vector<std::shared_ptr<Socket>> Socket::clients() const {

@@ -81,6 +81,10 @@ public:
     // entry that slides into a removed one's place).
     void removeClosedSockets();
     virtual void close();
+    // Wakes a thread blocked in this socket's I/O: its wait or call fails at once.
+    // Unlike the rest, may be called from any thread while another one uses the
+    // socket (a connection stopped by the user while its thread reads).
+    void interrupt();
 
     // A snapshot of the accepted clients.
     std::vector<std::shared_ptr<Socket>> clients() const;
@@ -119,7 +123,8 @@ private:
     void acceptInThread(std::shared_ptr<AcceptState> state);
     void disconnectClients();
 
-    FileHandle socket_;
+    FileHandle socket_;  // replaced or closed under descriptorMutex_
+    mutable std::mutex descriptorMutex_;
     bool connected_ = false;
     bool isServer_ = false;
     std::atomic<bool> listening_{false};

@@ -7,6 +7,7 @@
 #include <functional>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "net/NetTestSupport.h"
@@ -100,6 +101,22 @@ TEST(TCPSocketRead, TimeOutCountsPerWaitNotPerCall) {
     TCPSocket s;
     connectTo(s, peer);
     EXPECT_EQ(text(s.readData(10, 0.5)), "0123456789");
+}
+
+TEST(TCPSocketRead, InterruptFromAnotherThreadEndsABlockedRead) {
+    LoopbackPeer peer(sending("ab", false));
+    auto s = std::make_shared<TCPSocket>();
+    connectTo(*s, peer);
+    std::size_t got = 99;
+    std::thread reader([&] {
+        char buffer[16];
+        // Without the interrupt this would sit out the 30-second wait and raise.
+        got = s->readBytesToBuffer(buffer, std::int64_t{16}, 30.0);
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    s->interrupt();
+    reader.join();
+    EXPECT_EQ(got, 2u);
 }
 
 TEST(TCPSocketRead, LengthBelowOneReadsNothing) {
