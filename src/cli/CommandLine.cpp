@@ -4,7 +4,9 @@
 
 #include <cstdio>
 
+#include "cli/BookmarkCommand.h"
 #include "cli/Command.h"
+#include "cli/PrefsCommand.h"
 #include "cli/StationCommand.h"
 #include "platform/Log.h"
 
@@ -18,6 +20,8 @@ int runCommandLine(int argc, char** argv) {
     app.footer("Run 'quillon COMMAND --help' for the options of a command.");
     CommandRunner runner;
     addStationCommand(app, runner);
+    addBookmarkCommand(app, runner);
+    addPrefsCommand(app, runner);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {

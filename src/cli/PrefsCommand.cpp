@@ -1,0 +1,194 @@
+#include "cli/PrefsCommand.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <string>
+
+#include "platform/TextUtil.h"
+#include "store/Preferences.h"
+
+namespace quillon {
+
+namespace {
+
+struct PrefsArgs {
+    std::string key;
+    std::string value;
+    bool json = false;
+};
+
+// The on/off settings; every other key holds text (or, "_genres", a list).
+const std::set<std::string, std::less<>>& stateKeys() {
+    static const std::set<std::string, std::less<>> keys = {
+        "checkUpdates", "proxyOn", "reconnect", "split",      "genreSort",  "subFolders",
+        "incomplete",   "skip",    "log",       "feediTunes", "ShowHistory"};
+    return keys;
+}
+
+// Settings that must hold a whole number: the ports (an empty proxy port is
+// allowed, as the settings window leaves it), the piece size, the playlist tag.
+void checkNumber(const std::string& key, const std::string& value) {
+    auto isDigits = [](const std::string& v) {
+        return !v.empty() && v.size() <= 9 &&
+               std::all_of(v.begin(), v.end(), [](char c) { return c >= '0' && c <= '9'; });
+    };
+    if (key == "relayPort" || key == "proxyPort") {
+        if (key == "proxyPort" && value.empty()) return;
+        if (!isDigits(value) || intValue(value) < 1 || intValue(value) > 65535) {
+            throw UsageError(key + " must be a port number from 1 to 65535, not '" + value + "'");
+        }
+    } else if (key == "chunkSize" || key == "playlistType") {
+        if (!value.empty() && !isDigits(value))
+            throw UsageError(key + " must be a whole number, not '" + value + "'");
+    }
+}
+
+bool parseState(const std::string& key, const std::string& value) {
+    std::string v = toLowerAscii(value);
+    if (v == "yes" || v == "true" || v == "on" || v == "1") return true;
+    if (v == "no" || v == "false" || v == "off" || v == "0") return false;
+    throw UsageError(key + " is an on/off setting: give YES or NO, not '" + value + "'");
+}
+
+nlohmann::json toJson(const PlistValue& value) {
+    switch (value.kind()) {
+        case PlistValue::Kind::String:
+            return *value.asString();
+        case PlistValue::Kind::Integer:
+            return *value.asInteger();
+        case PlistValue::Kind::Real:
+            return *value.asReal();
+        case PlistValue::Kind::Boolean:
+            return *value.asBoolean();
+        case PlistValue::Kind::Date:
+            return value.asDate()->unixTime();
+        case PlistValue::Kind::Data: {
+            const auto& bytes = *value.asData();
+            return base64Encode(std::string(bytes.begin(), bytes.end()));
+        }
+        case PlistValue::Kind::Array: {
+            nlohmann::json out = nlohmann::json::array();
+            for (const PlistValue& item : *value.asArray()) out.push_back(toJson(item));
+            return out;
+        }
+        case PlistValue::Kind::Dictionary: {
+            nlohmann::json out = nlohmann::json::object();
+            for (const auto& [k, item] : *value.asDictionary()) out[k] = toJson(item);
+            return out;
+        }
+    }
+    return nullptr;
+}
+
+std::string toText(const PlistValue& value) {
+    if (const PlistValue::Array* items = value.asArray()) {
+        std::string out;
+        for (const PlistValue& item : *items) {
+            if (!out.empty()) out += ", ";
+            out += item.text();
+        }
+        return out;
+    }
+    return value.text();
+}
+
+int runList(const PrefsArgs& args) {
+    auto prefs = Preferences::preferences();
+    auto all = prefs->container();
+    if (args.json) {
+        std::printf("%s\n", toJson(PlistValue(all)).dump(2).c_str());
+        return 0;
+    }
+    for (const auto& [key, value] : all) std::printf("%s = %s\n", key.c_str(), toText(value).c_str());
+    return 0;
+}
+
+int runGet(const PrefsArgs& args) {
+    if (args.key.empty()) throw UsageError("the key is empty");
+    auto prefs = Preferences::preferences();
+    auto value = prefs->objectForKey(args.key);
+    if (args.json) {
+        nlohmann::json j;
+        j["key"] = args.key;
+        j["value"] = value ? toJson(*value) : nlohmann::json(prefs->getParam(args.key));
+        std::printf("%s\n", j.dump(2).c_str());
+        return 0;
+    }
+    if (value && value->isArray()) {
+        for (const PlistValue& item : *value->asArray()) std::printf("%s\n", item.text().c_str());
+        return 0;
+    }
+    std::printf("%s\n", prefs->getParam(args.key).c_str());
+    return 0;
+}
+
+int runSet(const PrefsArgs& args) {
+    if (args.key.empty()) throw UsageError("the key is empty");
+    auto prefs = Preferences::preferences();
+    std::string shown;
+    if (stateKeys().count(args.key)) {
+        bool on = parseState(args.key, args.value);
+        // The history switch governs skipping: "skip" needs "log", and turning
+        // "log" off turns "skip" off with it.
+        if (args.key == "skip" && on && !prefs->getState("log")) {
+            throw UsageError("skip can only be turned on while log is YES");
+        }
+        prefs->setState(on, args.key);
+        if (args.key == "log" && !on) prefs->setState(false, "skip");
+        shown = on ? "YES" : "NO";
+    } else if (args.key == Preferences::kGenresKey) {
+        PlistValue::Array genres;
+        std::size_t start = 0;
+        while (start <= args.value.size() && !args.value.empty()) {
+            std::size_t comma = args.value.find(',', start);
+            std::string item =
+                args.value.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
+            item.erase(0, item.find_first_not_of(' '));
+            item.erase(item.find_last_not_of(' ') + 1);
+            if (!item.empty()) genres.emplace_back(item);
+            if (comma == std::string::npos) break;
+            start = comma + 1;
+        }
+        shown = toText(PlistValue(genres));
+        prefs->setObject(PlistValue(std::move(genres)), args.key);
+    } else {
+        checkNumber(args.key, args.value);
+        prefs->setParam(args.value, args.key);
+        shown = args.value;
+    }
+    if (!prefs->saveToFile()) {
+        std::fprintf(stderr, "quillon: cannot write %s\n", prefs->filePath().c_str());
+        return 1;
+    }
+    std::printf("%s = %s\n", args.key.c_str(), shown.c_str());
+    return 0;
+}
+
+}  // namespace
+
+void addPrefsCommand(CLI::App& app, CommandRunner& runner) {
+    auto args = std::make_shared<PrefsArgs>();
+    CLI::App* cmd = app.add_subcommand("prefs", "Show or change the settings of the preferences file");
+    cmd->require_subcommand(1);
+
+    CLI::App* list = cmd->add_subcommand("list", "List every setting (states as YES or NO)");
+    list->add_flag("--json", args->json, "Print the settings as JSON");
+    list->callback([args, &runner] { runner = [args] { return runList(*args); }; });
+
+    CLI::App* get = cmd->add_subcommand("get", "Print one setting (empty when unset)");
+    get->add_option("key", args->key, "Setting key, e.g. relayPort")->required();
+    get->add_flag("--json", args->json, "Print the setting as JSON");
+    get->callback([args, &runner] { runner = [args] { return runGet(*args); }; });
+
+    CLI::App* set = cmd->add_subcommand("set", "Change one setting and save the preferences file");
+    set->add_option("key", args->key, "Setting key, e.g. reconnect")->required();
+    set->add_option("value", args->value,
+                    "New value (YES/NO for on/off settings; comma-separated for _genres)")
+        ->required();
+    set->callback([args, &runner] { runner = [args] { return runSet(*args); }; });
+}
+
+}  // namespace quillon

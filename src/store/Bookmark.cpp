@@ -1,0 +1,203 @@
+#include "store/Bookmark.h"
+
+#include <fmt/format.h>
+
+#include "net/TCPSocket.h"
+#include "platform/Log.h"
+#include "platform/NamedException.h"
+#include "platform/TextUtil.h"
+#include "platform/Timing.h"
+#include "store/Url.h"
+
+namespace quillon {
+
+namespace {
+
+// Whether U+FF00 + byte is a Unicode letter, mark or digit, for the bytes
+// 0x80-0xFF that a sign-extended 8-bit character turns into. That block holds
+// the halfwidth katakana and hangul letters, then symbols and specials.
+bool isAlphanumericHighByte(unsigned byte) {
+    return (byte >= 0x80 && byte <= 0xBE) || (byte >= 0xC2 && byte <= 0xC7) ||
+           (byte >= 0xCA && byte <= 0xCF) || (byte >= 0xD2 && byte <= 0xD7) || (byte >= 0xDA && byte <= 0xDC);
+}
+
+bool keepsCharacter(char32_t unit) {
+    // The character's 8-bit (Latin-1) form; characters beyond it convert to "?".
+    unsigned byte = unit <= 0xFF ? static_cast<unsigned>(unit) : '?';
+    if (byte < 0x80) {
+        return (byte >= '0' && byte <= '9') || (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z');
+    }
+    return isAlphanumericHighByte(byte);
+}
+
+std::string_view asView(std::span<const std::uint8_t> data) { return asText(data); }
+
+// The bytes after the first `start` and before the next `end`, or nothing.
+std::optional<std::string_view> between(std::string_view text, std::string_view start, std::string_view end) {
+    std::size_t from = text.find(start);
+    if (from == std::string_view::npos) return std::nullopt;
+    from += start.size();
+    std::size_t to = text.find(end, from);
+    if (to == std::string_view::npos) return std::nullopt;
+    return text.substr(from, to - from);
+}
+
+// The text after the first `marker`; empty when there is none.
+std::string_view after(std::string_view text, std::string_view marker) {
+    std::size_t at = text.find(marker);
+    return at == std::string_view::npos ? std::string_view{} : text.substr(at + marker.size());
+}
+
+// Sends the redirect probe and returns the reply header, or nothing when the
+// server cannot be reached or does not answer in time.
+std::string probeRedirect(const std::string& host, int port, const std::string& target) {
+    try {
+        TCPSocket socket;
+        if (!socket.connectToHostName(host, static_cast<std::uint16_t>(port))) return {};
+        double timeout = timing().redirectTimeout;
+        socket.writeString(fmt::format("GET {} HTTP/1.0\r\n\r\n", target), timeout);
+        Bytes reply = socket.readDataUpToData("\r\n\r\n", 16384, timeout);
+        socket.close();
+        return std::string(asText(reply));
+    } catch (const NamedException& e) {
+        Log::info("Bookmark redirect probe of {}:{} failed: {}", host, port, e.reason());
+        return {};
+    }
+}
+
+}  // namespace
+
+Bookmark::Bookmark() { setString(" - ", "separator"); }
+
+std::string Bookmark::checkName(std::optional<std::string_view> name) {
+    std::string out;
+    if (!name) return out;
+    std::string_view text = *name;
+    std::size_t pos = 0;
+    while (pos < text.size()) {
+        char32_t c = decodeUtf8(text, pos);
+        if (c > 0xFFFF) {
+            // Two UTF-16 units, each a lone surrogate: neither converts.
+            out += "  ";
+        } else if (keepsCharacter(c)) {
+            appendUtf8(out, c);
+        } else {
+            out += ' ';
+        }
+    }
+    return out;
+}
+
+std::optional<std::string> Bookmark::name() const { return stringForKey("name"); }
+
+void Bookmark::setName(std::optional<std::string> name) {
+    setString(checkName(name ? std::optional<std::string_view>(*name) : std::nullopt), "name");
+}
+
+std::string Bookmark::path() const {
+    auto stored = stringForKey("path");
+    return stored && !stored->empty() ? *stored : "/";
+}
+
+void Bookmark::setPath(std::optional<std::string> path) {
+    if (path && !path->empty() && path->back() == '\r') path->pop_back();
+    setString(std::move(path), "path");
+}
+
+std::string Bookmark::genre() const { return stringForKey("genre").value_or("-"); }
+
+std::optional<std::string> Bookmark::authentication() const {
+    auto u = user();
+    auto p = pass();
+    if (!u || !p || u->empty() || p->empty()) return std::nullopt;
+    return *u + ":" + *p;
+}
+
+std::string Bookmark::description() const {
+    auto show = [](const std::optional<std::string>& v) { return v ? *v : std::string("(null)"); };
+    return fmt::format("Bookmark {} Host {} Port {} Path {}", show(name()), show(host()), show(port()),
+                       path());
+}
+
+std::string Bookmark::pathInFolder(const std::string& folder) const {
+    std::string base = folder;
+    while (base.size() > 1 && base.back() == '/') base.pop_back();
+    return base + "/" + name().value_or("(null)") + "." + kFileExtension;
+}
+
+bool Bookmark::saveToFile(const std::string& folder) { return writeContainer(pathInFolder(folder)); }
+
+bool Bookmark::loadFromFile(const std::string& path) {
+    setFilePath(path);
+    return loadFromFile();
+}
+
+std::string Bookmark::parseData(std::span<const std::uint8_t> data, std::string_view start,
+                                std::string_view end) {
+    auto found = between(asView(data), start, end);
+    return found ? textFromWire(*found) : std::string();
+}
+
+bool Bookmark::getUrlFromData(std::string_view text) { return getUrlFromData(asBytes(text)); }
+
+bool Bookmark::getUrlFromData(std::span<const std::uint8_t> data) {
+    std::string_view text = asView(data);
+
+    auto currentName = name();
+    if (!currentName || currentName->empty()) {
+        auto title = between(text, "Title1=", "\n");
+        setName(title ? textFromWire(*title) : std::string(kUntitledName));
+    }
+
+    std::string location;
+    if (auto file = between(text, "File1=", "\n")) {
+        location = textFromWire(*file);
+    } else if (auto bare = between(text, "http://", "\n")) {
+        location = "http://" + textFromWire(*bare);
+    } else {
+        return false;
+    }
+
+    auto url = Url::parse(location);
+    if (!url) return false;
+
+    if (!url->query || url->query->empty()) {
+        setHost(url->host);
+        setPath(url->path);
+        setUser(url->user);
+        setPass(url->password);
+        if (url->port && *url->port != 0) {
+            setPort(std::to_string(*url->port));
+            return true;
+        }
+        // A port the parser did not take (e.g. "host:8000junk") may still lead.
+        int leading = intValue(after(after(location, "://"), ":"));
+        if (leading > 0) setPort(std::to_string(leading));
+        if (intValue(port().value_or("")) != 0) return true;
+        setPort("80");
+        return true;
+    }
+
+    // A query URL is a script that redirects to the stream: follow it once.
+    std::optional<Url> target = url;
+    std::string reply;
+    if (url->host) reply = probeRedirect(*url->host, url->port.value_or(80), url->path + "?" + *url->query);
+    if (!reply.empty()) {
+        if (reply.find("Location: ") != std::string::npos) {
+            auto line = between(reply, "Location: ", "\n");
+            target = Url::parse(line ? *line : after(reply, "Location: "));
+        }
+    }
+    if (target) {
+        setHost(target->host);
+        if (target->port) setPort(std::to_string(*target->port));
+        // A target without a query keeps the text "(null)" where the query
+        // goes, as the stored paths of earlier versions do.
+        setPath(target->path + "?" + target->query.value_or("(null)"));
+        setUser(target->user);
+        setPass(target->password);
+    }
+    return !host().value_or("").empty() && !port().value_or("").empty();
+}
+
+}  // namespace quillon

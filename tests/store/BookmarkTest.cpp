@@ -1,0 +1,292 @@
+// Bookmarks: name cleaning, defaults, files, playlist text and the redirect.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "StoreTestSupport.h"
+#include "platform/DefaultsStore.h"
+#include "platform/PlistCodec.h"
+#include "platform/TextUtil.h"
+#include "store/Bookmark.h"
+#include "store/BookmarkFolder.h"
+
+namespace quillon {
+namespace {
+
+using test::FakeServer;
+using test::ScopedHome;
+using test::ScopedTiming;
+
+std::size_t utf16Length(const std::string& text) {
+    std::size_t n = 0;
+    for (char32_t c : toUtf32(text)) n += c > 0xFFFF ? 2 : 1;
+    return n;
+}
+
+TEST(Bookmark, CheckNameKeepsOnlyLettersAndDigits) {
+    struct Case {
+        std::optional<std::string> in;
+        std::string out;
+    };
+    const Case cases[] = {
+        {"a/b:c_d-e.f", "a b c d e f"},
+        {"Radio-X: Rock/Pop", "Radio X  Rock Pop"},
+        {std::nullopt, ""},
+        {"", ""},
+        {"Line\r\nEnd", "Line  End"},
+        {"  99 FM ", "  99 FM "},
+        // Latin-1 characters go through their sign-extended byte: U+00C7
+        // becomes U+FFC7, a halfwidth hangul letter (kept); U+00E9 becomes
+        // U+FFE9, an arrow (blanked).
+        {"\xC3\x87"
+         "a va",
+         "\xC3\x87"
+         "a va"},
+        {"Caf\xC3\xA9", "Caf "},
+        {"\xC2\x80x", "\xC2\x80x"},  // U+0080 -> U+FF80, a katakana letter
+        {"\xC3\x80", " "},           // U+00C0 -> U+FFC0, unassigned
+        {"\xC5\x82\xC3\xB3"
+         "d\xC5\xBA",
+         "  d "},                              // beyond Latin-1: "?" -> blank
+        {"\xF0\x9F\x8E\xB5 Hits", "   Hits"},  // one emoji is two UTF-16 units
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.in.value_or("(nil)"));
+        std::string cleaned =
+            Bookmark::checkName(c.in ? std::optional<std::string_view>(*c.in) : std::nullopt);
+        EXPECT_EQ(cleaned, c.out);
+        EXPECT_EQ(utf16Length(cleaned), utf16Length(c.in.value_or("")));
+    }
+    Bookmark b;
+    b.setName(std::string("My/Radio"));
+    EXPECT_EQ(b.name(), "My Radio");
+    EXPECT_EQ(b.connName(), "My Radio");
+}
+
+TEST(Bookmark, NewBookmarkDefaults) {
+    Bookmark b;
+    EXPECT_EQ(b.path(), "/");
+    EXPECT_EQ(b.genre(), "-");
+    EXPECT_EQ(b.separator(), " - ");
+    EXPECT_FALSE(b.clean() || b.noSplit() || b.sortArtists() || b.trackNum());
+    EXPECT_EQ(b.recOffset(), 0);
+    EXPECT_FALSE(b.authentication().has_value());
+    EXPECT_FALSE(b.name().has_value());
+    EXPECT_EQ(b.container().size(), 1u);  // only the separator
+    EXPECT_EQ(b.description(), "Bookmark (null) Host (null) Port (null) Path /");
+}
+
+TEST(Bookmark, AccessorsUseTheirKeys) {
+    Bookmark b;
+    b.setNoSplit(true);
+    b.setRecOffset(-250);
+    b.setPath(std::string(""));
+    EXPECT_EQ(b.objectForKey("nosplit"), PlistValue("YES"));
+    EXPECT_EQ(b.objectForKey("recOffset"), PlistValue("-250"));
+    EXPECT_EQ(b.recOffset(), -250);
+    EXPECT_EQ(b.path(), "/");
+    b.setHost(std::string("h"));
+    b.setHost(std::nullopt);
+    EXPECT_EQ(b.host(), "h");
+}
+
+TEST(Bookmark, AuthenticationNeedsBothParts) {
+    struct Case {
+        std::optional<std::string> user, pass, expected;
+    };
+    const Case cases[] = {
+        {"bob", "secret", "bob:secret"},     {"bob", "", std::nullopt},
+        {"", "secret", std::nullopt},        {std::nullopt, "secret", std::nullopt},
+        {"bob", std::nullopt, std::nullopt},
+    };
+    for (const Case& c : cases) {
+        Bookmark b;
+        b.setUser(c.user);
+        b.setPass(c.pass);
+        EXPECT_EQ(b.authentication(), c.expected);
+    }
+}
+
+TEST(Bookmark, SetPathDropsOneCarriageReturn) {
+    Bookmark b;
+    b.setPath(std::string("/stream\r"));
+    EXPECT_EQ(b.path(), "/stream");
+    b.setPath(std::string("/stream\r\r"));
+    EXPECT_EQ(b.path(), "/stream\r");
+}
+
+TEST(Bookmark, SavesAsNameDotQlnbkAndLoadsBack) {
+    ScopedHome home;
+    Bookmark b;
+    b.setName(std::string("My Radio"));
+    b.setHost(std::string("example.org"));
+    b.setPort(std::string("8000"));
+    b.setTrackNum(true);
+    b.setUniqueId(12);
+    EXPECT_TRUE(b.saveToFile(home.path()));
+    EXPECT_TRUE(b.filePath().empty());  // saving does not record a path
+    std::string file = home.file("My Radio.qlnbk");
+    ASSERT_TRUE(std::filesystem::exists(file));
+
+    Bookmark back;
+    ASSERT_TRUE(back.loadFromFile(file));
+    EXPECT_EQ(back.filePath(), file);
+    // The file's dictionary replaces everything, the type recorded from the
+    // path included.
+    EXPECT_EQ(back.container(), b.container());
+    EXPECT_EQ(back.fileType(), "");
+
+    Bookmark keep;
+    keep.setHost(std::string("kept"));
+    EXPECT_FALSE(keep.loadFromFile(home.file("nothing.qlnbk")));
+    EXPECT_EQ(keep.host(), "kept");
+    EXPECT_FALSE(b.saveToFile(home.file("no/such/folder")));
+}
+
+TEST(Bookmark, ParseDataFindsTheTextBetweenMarkers) {
+    const std::string data = "a=1\nTitle1=Jazz\nb=2\n";
+    EXPECT_EQ(Bookmark::parseData(asBytes(data), "Title1=", "\n"), "Jazz");
+    EXPECT_EQ(Bookmark::parseData(asBytes(data), "Title2=", "\n"), "");
+    EXPECT_EQ(Bookmark::parseData(asBytes(data), "b=", "\r"), "");
+}
+
+TEST(Bookmark, FillsItselfFromPlaylistText) {
+    struct Case {
+        const char* what;
+        std::string data;
+        std::optional<std::string> name, port;  // set before
+        bool ok;
+        std::optional<std::string> expName, expHost, expPort;
+        std::string expPath;
+    };
+    const std::vector<Case> cases = {
+        {"pls", "[playlist]\nFile1=http://streamhost:8000/\nTitle1=Jazz\n", std::nullopt, std::nullopt, true,
+         "Jazz", "streamhost", "8000", "/"},
+        {"no port gives 80", "File1=http://streamhost/live\n", std::nullopt, std::nullopt, true,
+         "Untitled Stream", "streamhost", "80", "/live"},
+        {"empty name is replaced", "File1=http://h:1/\n", std::string(""), std::nullopt, true,
+         "Untitled Stream", "h", "1", "/"},
+        {"existing name stays", "File1=http://h:1/\nTitle1=Other\n", std::string("Mine"), std::nullopt, true,
+         "Mine", "h", "1", "/"},
+        {"bare URL line (m3u)", "#EXTM3U\n#EXTINF:-1,X\nhttp://m3u.example:9000/a.mp3\n", std::nullopt,
+         std::nullopt, true, "Untitled Stream", "m3u.example", "9000", "/a.mp3"},
+        {"port read from the text", "File1=http://h:8010xyz/\n", std::nullopt, std::nullopt, true,
+         "Untitled Stream", "h", "8010", "/"},
+        {"stored port kept", "File1=http://h/\n", std::nullopt, std::string("9100"), true, "Untitled Stream",
+         "h", "9100", "/"},
+        {"port zero falls back to 80", "File1=http://h:0/\n", std::nullopt, std::nullopt, true,
+         "Untitled Stream", "h", "80", "/"},
+        {"CRLF lines", "File1=http://h:8002/;\r\nTitle1=Win\r\n", std::nullopt, std::nullopt, true, "Win ",
+         "h", "8002", "/;"},
+        {"no location", "[playlist]\nNumberOfEntries=0\n", std::nullopt, std::nullopt, false,
+         "Untitled Stream", std::nullopt, std::nullopt, "/"},
+        {"location without line end", "File1=http://h:1/", std::nullopt, std::nullopt, false,
+         "Untitled Stream", std::nullopt, std::nullopt, "/"},
+        {"not a URL", "File1=http://bad host/\n", std::nullopt, std::nullopt, false, "Untitled Stream",
+         std::nullopt, std::nullopt, "/"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        Bookmark b;
+        if (c.name) b.setName(*c.name);
+        b.setPort(c.port);
+        EXPECT_EQ(b.getUrlFromData(c.data), c.ok);
+        EXPECT_EQ(b.name(), c.expName);
+        EXPECT_EQ(b.host(), c.expHost);
+        EXPECT_EQ(b.port(), c.expPort);
+        EXPECT_EQ(b.path(), c.expPath);
+    }
+}
+
+TEST(Bookmark, PlaylistUserAndPassword) {
+    Bookmark b;
+    ASSERT_TRUE(b.getUrlFromData(std::string_view("File1=http://bob:s%40cret@h:8000/\n")));
+    EXPECT_EQ(b.user(), "bob");
+    EXPECT_EQ(b.pass(), "s@cret");
+    EXPECT_EQ(b.authentication(), "bob:s@cret");
+}
+
+class BookmarkRedirect : public ::testing::Test {
+protected:
+    ScopedTiming timing_{2.0};
+};
+
+TEST_F(BookmarkRedirect, FollowsTheLocationHeaderOnce) {
+    FakeServer script(
+        {"HTTP/1.0 302 Found\r\nLocation: http://127.0.0.1:8123/live?sid=2\r\nServer: x\r\n\r\n"});
+    Bookmark b;
+    std::string data = "File1=" + script.url("/tune.pls?id=5") + "\nTitle1=Station\n";
+    EXPECT_TRUE(b.getUrlFromData(data));
+    ASSERT_EQ(script.requests().size(), 1u);
+    EXPECT_EQ(script.requests()[0], "GET /tune.pls?id=5 HTTP/1.0\r\n\r\n");
+    EXPECT_EQ(b.host(), "127.0.0.1");
+    EXPECT_EQ(b.port(), "8123");
+    EXPECT_EQ(b.path(), "/live?sid=2");
+    EXPECT_EQ(b.name(), "Station");
+}
+
+TEST_F(BookmarkRedirect, TargetWithoutQueryKeepsTheNullText) {
+    FakeServer script({"HTTP/1.0 302 Found\r\nLocation: http://10.1.2.3:8000/stream\r\n\r\n"});
+    Bookmark b;
+    EXPECT_TRUE(b.getUrlFromData("File1=" + script.url("/s?x=1") + "\n"));
+    EXPECT_EQ(b.host(), "10.1.2.3");
+    EXPECT_EQ(b.path(), "/stream?(null)");
+}
+
+TEST_F(BookmarkRedirect, TargetWithoutPortLeavesThePortUnset) {
+    FakeServer script({"HTTP/1.0 302 Found\r\nLocation: http://radio.example/stream?a=b\r\n\r\n"});
+    Bookmark b;
+    EXPECT_FALSE(b.getUrlFromData("File1=" + script.url("/s?x=1") + "\n"));
+    EXPECT_EQ(b.host(), "radio.example");
+    EXPECT_FALSE(b.port().has_value());
+}
+
+TEST_F(BookmarkRedirect, WithoutARedirectTheQueryUrlStays) {
+    FakeServer plain({"HTTP/1.0 200 OK\r\nContent-Type: text/plain\r\n\r\n"});
+    FakeServer silent({"", false, true});
+    int closedPort = 0;
+    {
+        FakeServer gone({""});
+        closedPort = gone.port();
+    }
+    const std::pair<const char*, int> servers[] = {{"no Location header", plain.port()},
+                                                   {"no answer in time", silent.port()},
+                                                   {"nobody listening", closedPort}};
+    for (const auto& [what, port] : servers) {
+        SCOPED_TRACE(what);
+        Bookmark b;
+        std::string location = "http://127.0.0.1:" + std::to_string(port) + "/s.cgi?id=7";
+        EXPECT_TRUE(b.getUrlFromData("File1=" + location + "\n"));
+        EXPECT_EQ(b.host(), "127.0.0.1");
+        EXPECT_EQ(b.port(), std::to_string(port));
+        EXPECT_EQ(b.path(), "/s.cgi?id=7");
+    }
+}
+
+TEST(BookmarkFolder, DefaultFolderIsCreatedAndRecorded) {
+    ScopedHome home;
+    DefaultsStore::standard().removeObject(BookmarkFolder::kDefaultsKey);
+    auto folder = BookmarkFolder::folder();
+    ASSERT_TRUE(folder.has_value());
+    EXPECT_EQ(*folder, home.file("Documents/QLN Bookmarks/"));
+    EXPECT_TRUE(std::filesystem::is_directory(*folder));
+    EXPECT_EQ(BookmarkFolder::storedFolder(), *folder);
+
+    // A stored folder that has gone is reported, not recreated.
+    BookmarkFolder::setFolder(home.file("gone"));
+    EXPECT_FALSE(BookmarkFolder::folder().has_value());
+    EXPECT_FALSE(std::filesystem::exists(home.file("gone")));
+}
+
+TEST(BookmarkFolder, ListsBookmarksInGroups) {
+    ScopedHome home;
+    std::filesystem::create_directories(home.file("b/Talk"));
+    for (const char* name : {"b/Jazz.qlnbk", "b/Talk/News.qlnbk", "b/notes.txt"})
+        test::writeText(home.file(name), "x");
+    EXPECT_EQ(BookmarkFolder::bookmarkNames(home.file("b")), (std::vector<std::string>{"Jazz", "Talk/News"}));
+    EXPECT_EQ(BookmarkFolder::pathForName(home.file("b"), "Talk/News"), home.file("b/Talk/News.qlnbk"));
+    EXPECT_TRUE(BookmarkFolder::bookmarkNames(home.file("none")).empty());
+}
+
+}  // namespace
+}  // namespace quillon

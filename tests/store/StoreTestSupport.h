@@ -1,0 +1,241 @@
+#pragma once
+// Test helpers of the store tests: a loopback fake HTTP/ICY server, a scoped
+// QUILLON_HOME, a scoped timing change, and a runner for the quillon binary.
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/Timing.h"
+#include "store/Preferences.h"
+
+namespace quillon::test {
+
+// Serves one canned reply per connection on 127.0.0.1, one connection at a
+// time. With `stream` set, it keeps sending filler bytes after the reply until
+// the client hangs up (a live stream). `silent` accepts and never answers.
+class FakeServer {
+public:
+    struct Options {
+        std::string reply;
+        bool stream = false;
+        bool silent = false;
+    };
+
+    explicit FakeServer(Options options) : options_(std::move(options)) {
+        listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
+        int on = 1;
+        ::setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+        sockaddr_in addr{};
+        addr.sin_family = AF_INET;
+        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        addr.sin_port = 0;
+        ::bind(listener_, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
+        ::listen(listener_, 8);
+        socklen_t len = sizeof addr;
+        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&addr), &len);
+        port_ = ntohs(addr.sin_port);
+        thread_ = std::thread([this] { serve(); });
+    }
+    ~FakeServer() { stop(); }
+    FakeServer(const FakeServer&) = delete;
+    FakeServer& operator=(const FakeServer&) = delete;
+
+    int port() const { return port_; }
+    std::string url(const std::string& path = "/") const {
+        return "http://127.0.0.1:" + std::to_string(port_) + path;
+    }
+    std::vector<std::string> requests() const {
+        std::lock_guard lock(mutex_);
+        return requests_;
+    }
+    void stop() {
+        stopping_ = true;
+        if (thread_.joinable()) thread_.join();
+        if (listener_ >= 0) ::close(listener_);
+        listener_ = -1;
+    }
+
+private:
+    bool waitFor(int fd, short events) {
+        while (!stopping_) {
+            pollfd p{fd, events, 0};
+            int n = ::poll(&p, 1, 20);
+            if (n > 0) return true;
+            if (n < 0 && errno != EINTR) return false;
+        }
+        return false;
+    }
+
+    void serve() {
+        while (waitFor(listener_, POLLIN)) {
+            int client = ::accept(listener_, nullptr, nullptr);
+            if (client < 0) continue;
+            handle(client);
+            ::close(client);
+        }
+    }
+
+    void handle(int client) {
+        std::string request;
+        char buf[4096];
+        while (request.find("\r\n\r\n") == std::string::npos && waitFor(client, POLLIN)) {
+            ssize_t n = ::recv(client, buf, sizeof buf, 0);
+            if (n <= 0) break;
+            request.append(buf, static_cast<std::size_t>(n));
+        }
+        {
+            std::lock_guard lock(mutex_);
+            requests_.push_back(request);
+        }
+        if (options_.silent) {
+            while (waitFor(client, POLLIN)) {
+                if (::recv(client, buf, sizeof buf, 0) <= 0) return;
+            }
+            return;
+        }
+        if (!sendAll(client, options_.reply)) return;
+        const std::string filler(512, 'x');
+        while (options_.stream && !stopping_) {
+            if (!sendAll(client, filler)) return;
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    }
+
+    bool sendAll(int fd, const std::string& data) {
+        std::size_t sent = 0;
+        while (sent < data.size()) {
+            if (!waitFor(fd, POLLOUT)) return false;
+            ssize_t n = ::send(fd, data.data() + sent, data.size() - sent, MSG_NOSIGNAL);
+            if (n <= 0) return false;
+            sent += static_cast<std::size_t>(n);
+        }
+        return true;
+    }
+
+    Options options_;
+    int listener_ = -1;
+    int port_ = 0;
+    std::atomic<bool> stopping_{false};
+    mutable std::mutex mutex_;
+    std::vector<std::string> requests_;
+    std::thread thread_;
+};
+
+// Points QUILLON_HOME at a fresh folder for the scope, and forgets the shared
+// preferences on entry and exit.
+class ScopedHome {
+public:
+    ScopedHome() {
+        const char* previous = std::getenv("QUILLON_HOME");
+        previous_ = previous ? previous : "";
+        std::string base = previous_.empty() ? std::filesystem::temp_directory_path().string() : previous_;
+        std::string pattern = base + "/home-XXXXXX";
+        path_ = ::mkdtemp(pattern.data()) ? pattern : base;
+        ::setenv("QUILLON_HOME", path_.c_str(), 1);
+        Preferences::resetShared();
+    }
+    ~ScopedHome() {
+        Preferences::resetShared();
+        if (previous_.empty()) {
+            ::unsetenv("QUILLON_HOME");
+        } else {
+            ::setenv("QUILLON_HOME", previous_.c_str(), 1);
+        }
+        std::error_code ec;
+        std::filesystem::remove_all(path_, ec);
+    }
+    ScopedHome(const ScopedHome&) = delete;
+    ScopedHome& operator=(const ScopedHome&) = delete;
+
+    const std::string& path() const { return path_; }
+    std::string file(const std::string& relative) const { return path_ + "/" + relative; }
+
+private:
+    std::string previous_;
+    std::string path_;
+};
+
+// Shortens time-outs for the scope.
+class ScopedTiming {
+public:
+    explicit ScopedTiming(double redirectTimeout) : saved_(timing()) {
+        timing().redirectTimeout = redirectTimeout;
+    }
+    ~ScopedTiming() { timing() = saved_; }
+    ScopedTiming(const ScopedTiming&) = delete;
+    ScopedTiming& operator=(const ScopedTiming&) = delete;
+
+private:
+    Timing saved_;
+};
+
+inline std::string readText(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+inline void writeText(const std::string& path, const std::string& text) {
+    std::ofstream out(path, std::ios::binary);
+    out << text;
+}
+
+struct RunResult {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+// Runs a program with the given QUILLON_HOME; its output is collected in files
+// of `home`.
+inline RunResult runProgram(const std::vector<std::string>& argv, const std::string& home) {
+    std::string outPath = home + "/.stdout";
+    std::string errPath = home + "/.stderr";
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    std::vector<std::string> env;
+    for (char** e = ::environ; *e; ++e) {
+        if (std::string_view(*e).substr(0, 13) != "QUILLON_HOME=") env.emplace_back(*e);
+    }
+    env.push_back("QUILLON_HOME=" + home);
+    std::vector<char*> envp;
+    for (auto& e : env) envp.push_back(e.data());
+    envp.push_back(nullptr);
+    std::vector<std::string> args = argv;
+    std::vector<char*> argp;
+    for (auto& a : args) argp.push_back(a.data());
+    argp.push_back(nullptr);
+    RunResult result;
+    pid_t pid = 0;
+    if (posix_spawn(&pid, argp[0], &actions, nullptr, argp.data(), envp.data()) == 0) {
+        int status = 0;
+        ::waitpid(pid, &status, 0);
+        result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    posix_spawn_file_actions_destroy(&actions);
+    result.out = readText(outPath);
+    result.err = readText(errPath);
+    return result;
+}
+
+}  // namespace quillon::test
