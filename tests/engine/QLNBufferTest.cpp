@@ -21,6 +21,10 @@ thread_local bool countAllocations = false;
 std::atomic<long> allocations{0};
 }  // namespace
 
+// GCC pairs the inlined malloc with the delete below and warns, although both
+// halves are replaced together.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 void* operator new(std::size_t size) {
     if (countAllocations) allocations.fetch_add(1, std::memory_order_relaxed);
     if (void* p = std::malloc(size ? size : 1)) return p;
@@ -28,6 +32,7 @@ void* operator new(std::size_t size) {
 }
 void operator delete(void* p) noexcept { std::free(p); }
 void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+#pragma GCC diagnostic pop
 
 namespace {
 

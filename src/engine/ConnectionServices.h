@@ -1,0 +1,41 @@
+#pragma once
+// The optional collaborators of a recording connection: the relay to local
+// players, the music-library hand-off and the web-page title source. Each is
+// absent until its subsystem provides it; the connection calls them where the
+// recording flow needs them.
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace quillon {
+
+class Ripper;
+class TrackHistory;
+
+// The relay of one connection (made per connection set-up).
+class ConnectionRelay {
+public:
+    virtual ~ConnectionRelay() = default;
+    virtual void startFeeding() = 0;
+    virtual int count() const = 0;
+    virtual void listenOnce() = 0;
+    // Called before the relay is dropped, while the connection still exists.
+    virtual void disposeOwner() = 0;
+};
+
+// A title source that polls a station's web page for track titles.
+class TitleSource {
+public:
+    virtual ~TitleSource() = default;
+    virtual bool enabled() const = 0;
+};
+
+struct ConnectionServices {
+    std::function<std::unique_ptr<ConnectionRelay>(Ripper&)> makeRelay;
+    std::function<std::unique_ptr<TitleSource>(Ripper&, const std::string& requestText)> makeTitleSource;
+    // Hands a finished track file to the music library (runs on its own thread).
+    std::function<void(const std::string& path)> handToLibrary;
+    std::shared_ptr<TrackHistory> history;
+};
+
+}  // namespace quillon

@@ -1,0 +1,196 @@
+#pragma once
+// One live connection to one stream: connects (directly or through a proxy),
+// sends the request, follows a redirection, reads the header, then reads the
+// audio without end, cuts it into audio and metadata blocks, feeds the delay-line
+// writer and the relay, and starts a new track file at every title change (or,
+// without titles, at a size limit). Reconnects after failures when allowed.
+//
+// Thread contract: construction, start, close, userClose, invalidate,
+// setRelayOnly, setCloseAfterThisTrack and destruction run on the main thread.
+// One connection thread per start() runs the connect loop and the read loop;
+// it hands the first file set-up and every status refresh to the main thread and
+// waits. Queries may be called from any thread. `bufferLock_` guards the receive
+// and relay buffers, `infoMutex_` the texts shown to the user, `writerMutex_` the
+// track writer and the current file, `socketMutex_` the socket pointer.
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "engine/ConnectionServices.h"
+#include "engine/QLNBuffer.h"
+#include "engine/StreamHeader.h"
+#include "engine/TrackHistory.h"
+#include "platform/ByteBuffer.h"
+#include "platform/FileHandle.h"
+#include "platform/MainLoop.h"
+
+namespace quillon {
+
+class Bookmark;
+class RipperOwner;
+class TCPSocket;
+
+class Ripper {
+public:
+    enum State {
+        Finished = 0,
+        Stopped = 1,
+        Connecting = 2,
+        WaitingToReconnect = 3,
+        Redirected = 4,
+        Recording = 5,
+        Relaying = 6
+    };
+
+    // Makes the connection and starts it at once.
+    Ripper(RipperOwner& owner, const Bookmark& bookmark, bool relayOnly, bool autoListen,
+           ConnectionServices services = {});
+    ~Ripper();
+    Ripper(const Ripper&) = delete;
+    Ripper& operator=(const Ripper&) = delete;
+
+    void start();
+    void close();
+    void userClose();
+    void invalidate();
+
+    void setCloseAfterThisTrack(bool on);
+    bool closeAfterThisTrack() const { return closeAfterThisTrack_; }
+    // Flips the flag when titles really change; false (the caller beeps) otherwise.
+    bool toggleCloseAfterThisTrack();
+    bool trackSeparationOn() const;
+    void setRelayOnly(bool on);
+
+    int ripperState() const { return state_; }
+    bool isStreaming() const { return state_ >= Recording; }
+    // Stopped with no connection thread left and no restart pending.
+    bool stoppedForGood() const { return state_ <= Stopped && !threadActive_; }
+    std::string status() const;
+    std::string currentStatus() const;
+    std::string currentTrack() const;
+    std::string downloadPath() const;
+    std::string filename() const;
+    const Bookmark& bookmark() const { return *bookmark_; }
+    StreamHeader streamHeader() const;
+    std::string title() const;
+    std::string connName() const;
+    std::string description() const;
+    std::string bitrateImage() const;
+    unsigned bufferSize() const { return bufferSize_; }
+    bool hasMeta() const { return hasMeta_; }
+    bool relayOnly() const { return relayOnly_; }
+    unsigned bitrate() const { return bitRate_; }
+    std::uint16_t servePort() const { return servePort_; }
+    void setServePort(std::uint16_t port) { servePort_ = port; }
+    std::chrono::system_clock::time_point connectionDate() const;
+    int clientsCount() const;
+    int filledValue() const;
+    unsigned errorCount() const { return errorCount_; }
+    std::uint64_t bytesRead() const { return bytesRead_; }
+    int trackCount() const { return trackNum_; }
+
+    // The relay's view of the audio: a copy of the recent blocks (at most about
+    // eight), taken under the buffer lock.
+    Bytes relayBufferSnapshot() const;
+
+private:
+    // Connection thread.
+    void startRipping(std::shared_ptr<TCPSocket> socket);
+    int connect(TCPSocket& socket);
+    bool getData(Bytes& block);
+    void dataLoaderTimer();
+    void readStreaming(TCPSocket& socket);
+    void setState(int state);
+    void setValues(unsigned bufferSize, bool meta, int state, unsigned bitrate);
+    std::string logHeader() const;
+    bool sleepUnlessOff(double seconds);
+    std::shared_ptr<TCPSocket> replaceSocket();
+    void runOnMain(const std::function<void()>& task);
+    void shutdownSocket();
+    void joinThread();
+    void initAll();
+    void startDataLoader();
+
+    // Track splitting and naming (RipperTracks.cpp).
+    void getName(const Bytes& metadata);
+    void setFileName(const std::string& title);
+    void setNoNameFile();
+    std::string genericTitle();
+    static std::string trackNumber(const std::string& text);
+    void createFolderHierarchy();
+    std::string parentFolderIfIncomplete(const std::string& path);
+    void setupFile(bool write);
+    void finishCurrentFile(std::string& finishedPath);
+    std::string incompleteFolderName() const;
+    void setCurrentTrack(const std::string& track);
+    void handToLibrary(const std::string& path);
+
+    RipperOwner& owner_;
+    std::shared_ptr<Bookmark> bookmark_;  // the connection's own copy
+    ConnectionServices services_;
+    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+
+    std::mutex locker_;
+    mutable std::mutex socketMutex_;
+    std::shared_ptr<TCPSocket> socket_;
+    std::thread thread_;
+    std::unique_ptr<InvokeGuard> guard_;
+    std::mutex sleepMutex_;
+    std::condition_variable sleepWake_;
+
+    mutable std::mutex infoMutex_;
+    StreamHeader streamHeader_;
+    std::string status_;
+    std::string currentTrack_;
+    std::string downloadPath_;
+    std::string filename_;
+    std::chrono::system_clock::time_point connectionDate_{};
+
+    mutable std::mutex writerMutex_;
+    std::unique_ptr<QLNBuffer> fileBuffer_;
+    bool fileOpen_ = false;
+
+    mutable std::mutex bufferLock_;
+    ByteBuffer primaryBuffer_;
+    ByteBuffer relayBuffer_;
+    Bytes readScratch_;
+    Bytes blockScratch_;
+    Bytes metaScratch_;
+
+    std::unique_ptr<ConnectionRelay> relay_;
+    std::unique_ptr<TitleSource> titleSource_;
+    std::shared_ptr<TrackHistoryEntry> currentItem_;
+
+    std::string lname_;
+    std::optional<std::string> genericTitle_;
+    std::atomic<unsigned> bufferSize_{8192};
+    std::atomic<unsigned> bitRate_{0};
+    std::atomic<bool> hasMeta_{false};
+    std::atomic<bool> useMeta_{true};
+    std::atomic<int> state_{Stopped};
+    std::atomic<bool> tryAgain_{false};
+    std::atomic<bool> incomplete_{false};
+    std::atomic<bool> subFolders_{false};
+    std::atomic<bool> genericName_{false};
+    std::atomic<int> trackNum_{0};
+    std::atomic<bool> relayOnly_{false};
+    std::atomic<bool> autolisten_{false};
+    std::atomic<bool> trackSplit_{false};
+    std::atomic<int> trackSize_{0};
+    std::uint32_t recBytes_ = 0;
+    std::atomic<bool> closeAfterThisTrack_{false};
+    std::atomic<bool> off_{false};
+    std::atomic<int> checkname_{0};
+    std::atomic<unsigned> errorCount_{0};
+    std::atomic<std::uint64_t> bytesRead_{0};
+    std::atomic<std::uint16_t> servePort_{0};
+    std::atomic<bool> threadActive_{false};
+};
+
+}  // namespace quillon
