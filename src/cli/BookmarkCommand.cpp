@@ -88,13 +88,17 @@ void printRecord(const nlohmann::json& j) {
     }
 }
 
+// A header field's value (key matched in any case), blanks trimmed.
 std::optional<std::string> headerValue(const std::string& header, const std::string& key) {
-    std::size_t at = header.find(key);
+    std::size_t at = toLowerAscii(header).find(toLowerAscii(key));
     if (at == std::string::npos) return std::nullopt;
     at += key.size();
     std::size_t end = header.find("\r\n", at);
     if (end == std::string::npos) return std::nullopt;
-    return textFromWire(std::string_view(header).substr(at, end - at));
+    std::string value = textFromWire(std::string_view(header).substr(at, end - at));
+    value.erase(0, value.find_first_not_of(" \t"));
+    value.erase(value.find_last_not_of(" \t") + 1);
+    return value;
 }
 
 // A live stream whose header names no usable stream URL: the typed location is
@@ -111,6 +115,13 @@ std::shared_ptr<Bookmark> bookmarkFromStreamLocation(const std::string& location
     b->setUser(url->user);
     b->setPass(url->password);
     return b;
+}
+
+bool isAudioHeader(const std::string& header) {
+    std::string lower = toLowerAscii(header);
+    return lower.find("\ncontent-type: audio/") != std::string::npos ||
+           lower.find("\ncontent-type:audio/") != std::string::npos ||
+           lower.find("\nicy-metaint:") != std::string::npos;
 }
 
 bool usable(const Bookmark& b) {
@@ -133,6 +144,11 @@ int runAdd(const BookmarkArgs& args) {
     auto bookmark = outcome.bookmark;
     if (outcome.streamHeader && (!bookmark || !usable(*bookmark))) {
         bookmark = bookmarkFromStreamLocation(args.location, *outcome.streamHeader);
+    }
+    // An Icecast stream answers in HTTP with audio and icy- headers; the
+    // location itself is then the stream.
+    if (!bookmark && outcome.httpHeader && isAudioHeader(*outcome.httpHeader)) {
+        bookmark = bookmarkFromStreamLocation(args.location, *outcome.httpHeader);
     }
     if (!bookmark) {
         std::fprintf(stderr, "quillon: %s\n", outcome.failure.value_or("no stream found").c_str());

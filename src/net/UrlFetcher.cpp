@@ -28,6 +28,7 @@ struct SlistDeleter {
 // What the curl callbacks share with the fetch.
 struct Transfer {
     const std::function<bool(std::span<const std::uint8_t>)>* onData;
+    const std::function<void(std::string_view)>* onHeader;
     std::atomic<bool>* cancelled;
     double timeout;
     Clock::time_point lastActivity = Clock::now();
@@ -43,6 +44,15 @@ std::size_t writeChunk(char* data, std::size_t size, std::size_t count, void* us
         *t->cancelled = true;
         return 0;
     }
+    return length;
+}
+
+std::size_t headerLine(char* data, std::size_t size, std::size_t count, void* user) {
+    auto* t = static_cast<Transfer*>(user);
+    std::size_t length = size * count;
+    if (*t->cancelled) return 0;
+    t->lastActivity = Clock::now();
+    if (*t->onHeader) (*t->onHeader)(std::string_view(data, length));
     return length;
 }
 
@@ -78,7 +88,7 @@ void UrlFetcher::cancel() { cancelled_ = true; }
 void UrlFetcher::run() {
     std::unique_ptr<CURL, CurlDeleter> curl(curl_easy_init());
     std::unique_ptr<curl_slist, SlistDeleter> headers;
-    Transfer transfer{&callbacks_.onData, &cancelled_, timeout_};
+    Transfer transfer{&callbacks_.onData, &callbacks_.onHeader, &cancelled_, timeout_};
     CURLcode result = CURLE_FAILED_INIT;
     if (curl) {
         CURL* c = curl.get();
@@ -93,6 +103,8 @@ void UrlFetcher::run() {
         curl_easy_setopt(c, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(timeout_ * 1000) + 1);
         curl_easy_setopt(c, CURLOPT_WRITEFUNCTION, writeChunk);
         curl_easy_setopt(c, CURLOPT_WRITEDATA, &transfer);
+        curl_easy_setopt(c, CURLOPT_HEADERFUNCTION, headerLine);
+        curl_easy_setopt(c, CURLOPT_HEADERDATA, &transfer);
         curl_easy_setopt(c, CURLOPT_NOPROGRESS, 0L);
         curl_easy_setopt(c, CURLOPT_XFERINFOFUNCTION, checkProgress);
         curl_easy_setopt(c, CURLOPT_XFERINFODATA, &transfer);

@@ -15,6 +15,7 @@
 #include <functional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <thread>
 
 namespace quillon {
@@ -25,6 +26,9 @@ public:
         std::function<bool(std::span<const std::uint8_t> chunk)> onData;
         std::function<void()> onFinished;
         std::function<void(const std::string& reason)> onFailed;
+        // Each line of an HTTP response header (status line first, line end
+        // included); optional. Not called for a reply that is not HTTP.
+        std::function<void(std::string_view line)> onHeader;
     };
 
     UrlFetcher(std::string url, double timeout, Callbacks callbacks);

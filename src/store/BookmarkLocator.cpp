@@ -110,7 +110,18 @@ void BookmarkLocator::startFetch(const std::string& location, const std::string&
     // The buffer belongs to the fetch thread; results travel to the main thread
     // by value.
     auto buffer = std::make_shared<std::string>();
+    auto header = std::make_shared<std::string>();
     UrlFetcher::Callbacks fetch;
+    fetch.onHeader = [this, header, generation](std::string_view line) {
+        // Redirects bring several headers; keep the last one.
+        if (line.rfind("HTTP/", 0) == 0) header->clear();
+        header->append(line);
+        if (line == "\r\n" || line == "\n") {
+            deliver(generation, [this, text = *header] {
+                if (callbacks_.httpHeader) callbacks_.httpHeader(text);
+            });
+        }
+    };
     fetch.onData = [this, buffer, generation](std::span<const std::uint8_t> chunk) {
         buffer->append(asText(chunk));
         if (buffer->find("ICY 200 OK") != std::string::npos &&
@@ -172,6 +183,7 @@ BookmarkLocator::Outcome BookmarkLocator::locate(const std::string& location, co
         outcome.failure = message;
     };
     callbacks.liveStream = [&outcome](const std::string& header) { outcome.streamHeader = header; };
+    callbacks.httpHeader = [&outcome](const std::string& header) { outcome.httpHeader = header; };
     BookmarkLocator locator(std::move(callbacks));
     locator.getUrl(location, pendingName);
     if (!MainLoop::main().runUntil([&locator] { return !locator.searching(); }, maxSeconds)) {

@@ -8,7 +8,9 @@
 // Thread contract: main thread only (the thread running MainLoop::main()).
 // The fetch and any redirect probe run on the fetcher's thread; all callbacks
 // are delivered on the main thread through the main loop, and none arrives
-// after the locator is destroyed or after a newer getUrl/cancel.
+// after the locator is destroyed or after a newer getUrl/cancel. Destroying
+// the locator (or starting a new search) joins the fetch thread; while that
+// thread probes a playlist's redirect this waits for the probe's time-outs.
 #include <functional>
 #include <memory>
 #include <optional>
@@ -36,6 +38,9 @@ public:
         std::function<void(bool searching)> searching;
         // An ICY stream header was recognised (the header text); optional.
         std::function<void(const std::string& header)> liveStream;
+        // The header of an HTTP reply, once complete (an Icecast stream answers
+        // in HTTP, which the search itself does not recognise); optional.
+        std::function<void(const std::string& header)> httpHeader;
     };
 
     explicit BookmarkLocator(Callbacks callbacks);
@@ -60,6 +65,7 @@ public:
     struct Outcome {
         std::shared_ptr<Bookmark> bookmark;       // what the editor would have shown
         std::optional<std::string> streamHeader;  // an ICY header that was seen
+        std::optional<std::string> httpHeader;    // the HTTP reply's header, if any
         std::optional<std::string> failure;       // alert message, or the reason nothing was found
     };
     static Outcome locate(const std::string& location, const std::string& pendingName, double maxSeconds);

@@ -60,13 +60,17 @@ TEST(UrlFetcher, DeliversAnHttpBody) {
     FakeServer server(
         {"HTTP/1.0 200 OK\r\nContent-Type: audio/x-scpls\r\n\r\n[playlist]\nFile1=http://x:1/\n"});
     FetchLog log;
-    UrlFetcher fetcher(server.url("/list.pls"), 5, log.callbacks());
+    std::string header;
+    auto callbacks = log.callbacks();
+    callbacks.onHeader = [&header](std::string_view line) { header += line; };
+    UrlFetcher fetcher(server.url("/list.pls"), 5, callbacks);
     fetcher.setUserAgent("QuillonTest/1");
     fetcher.start();
     log.waitForEnd(fetcher);
     EXPECT_EQ(log.finished, 1);
     EXPECT_TRUE(log.failures.empty());
     EXPECT_EQ(log.data, "[playlist]\nFile1=http://x:1/\n");
+    EXPECT_EQ(header, "HTTP/1.0 200 OK\r\nContent-Type: audio/x-scpls\r\n\r\n");
     ASSERT_EQ(server.requests().size(), 1u);
     EXPECT_NE(server.requests()[0].find("GET /list.pls HTTP/1.1\r\n"), std::string::npos);
     EXPECT_NE(server.requests()[0].find("User-Agent: QuillonTest/1\r\n"), std::string::npos);
@@ -201,10 +205,17 @@ TEST(BookmarkLocator, PlaylistUrlUsesThePendingName) {
 TEST(BookmarkLocator, EndlessBodyWithoutHeaderIsGivenUp) {
     FakeServer server({"HTTP/1.0 200 OK\r\nContent-Type: audio/mpeg\r\n\r\n", true});
     LocatorRun run;
-    run.get(server.url("/"), "");
-    EXPECT_FALSE(run.locator.searching());
+    std::vector<std::string> httpHeaders;
+    BookmarkLocator::Callbacks callbacks = run.callbacks();
+    callbacks.httpHeader = [&httpHeaders](const std::string& h) { httpHeaders.push_back(h); };
+    BookmarkLocator locator(callbacks);
+    locator.getUrl(server.url("/"), "");
+    MainLoop::main().runUntil([&locator] { return !locator.searching(); }, 30);
+    EXPECT_FALSE(locator.searching());
     EXPECT_TRUE(run.editors.empty());
     EXPECT_TRUE(run.alerts.empty());
+    EXPECT_TRUE(run.headers.empty());
+    EXPECT_EQ(httpHeaders, (std::vector<std::string>{"HTTP/1.0 200 OK\r\nContent-Type: audio/mpeg\r\n\r\n"}));
 }
 
 TEST(BookmarkLocator, FailedFetchShowsTheAlert) {

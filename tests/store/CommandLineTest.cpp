@@ -6,6 +6,7 @@
 
 #include "StoreTestSupport.h"
 #include "platform/PlistCodec.h"
+#include "store/BookmarkFolder.h"
 
 namespace quillon {
 namespace {
@@ -68,6 +69,19 @@ TEST_F(CommandLine, BookmarkFromALiveStream) {
     EXPECT_EQ(saved->at("host"), PlistValue("127.0.0.1"));
     EXPECT_EQ(saved->at("port"), PlistValue(std::to_string(station.port())));
     EXPECT_EQ(saved->at("path"), PlistValue("/live"));
+}
+
+TEST_F(CommandLine, BookmarkFromAnHttpStreamOrNot) {
+    FakeServer icecast({"HTTP/1.0 200 OK\r\nContent-Type: audio/mpeg\r\nicy-name: Ice Test\r\n\r\n", true});
+    auto added = quillon({"bookmark", "add", icecast.url("/mount?x=1"), "--json"});
+    ASSERT_EQ(added.status, 0) << added.err;
+    EXPECT_NE(added.out.find("\"name\": \"Ice Test\""), std::string::npos);
+    EXPECT_NE(added.out.find("\"path\": \"/mount?x=1\""), std::string::npos);
+
+    FakeServer page({"HTTP/1.0 200 OK\r\nContent-Type: text/html\r\n\r\n" + std::string(5000, 'h')});
+    auto refused = quillon({"bookmark", "add", page.url("/index.html")});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_EQ(BookmarkFolder::bookmarkNames(home_.file("Documents/QLN Bookmarks")).size(), 1u);
 }
 
 TEST_F(CommandLine, BookmarkBadInput) {
