@@ -15,7 +15,7 @@ build: deps
 	cmake --build $(BUILD) -j $(JOBS)
 
 run: build
-	$(BUILD)/quillon --help
+	$(BUILD)/quillon demo
 
 test-fast: build
 	ctest --test-dir $(BUILD) -j $(JOBS) --output-on-failure

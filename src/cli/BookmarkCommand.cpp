@@ -1,5 +1,7 @@
 #include "cli/BookmarkCommand.h"
 
+#include "cli/LocationBookmark.h"
+
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
@@ -88,76 +90,14 @@ void printRecord(const nlohmann::json& j) {
     }
 }
 
-// A header field's value (key matched in any case), blanks trimmed.
-std::optional<std::string> headerValue(const std::string& header, const std::string& key) {
-    std::size_t at = toLowerAscii(header).find(toLowerAscii(key));
-    if (at == std::string::npos) return std::nullopt;
-    at += key.size();
-    std::size_t end = header.find("\r\n", at);
-    if (end == std::string::npos) return std::nullopt;
-    std::string value = textFromWire(std::string_view(header).substr(at, end - at));
-    value.erase(0, value.find_first_not_of(" \t"));
-    value.erase(value.find_last_not_of(" \t") + 1);
-    return value;
-}
-
-// A live stream whose header names no usable stream URL: the typed location is
-// the stream itself.
-std::shared_ptr<Bookmark> bookmarkFromStreamLocation(const std::string& location, const std::string& header) {
-    auto url = Url::parse(location);
-    if (!url || !url->host) return nullptr;
-    auto b = Bookmark::bookmark();
-    auto streamName = headerValue(header, "icy-name:");
-    b->setName(streamName && !streamName->empty() ? *streamName : std::string(Bookmark::kUntitledName));
-    b->setHost(url->host);
-    b->setPort(std::to_string(url->port && *url->port > 0 ? *url->port : 80));
-    b->setPath(url->query ? url->path + "?" + *url->query : url->path);
-    b->setUser(url->user);
-    b->setPass(url->password);
-    return b;
-}
-
-bool isAudioHeader(const std::string& header) {
-    std::string lower = toLowerAscii(header);
-    return lower.find("\ncontent-type: audio/") != std::string::npos ||
-           lower.find("\ncontent-type:audio/") != std::string::npos ||
-           lower.find("\nicy-metaint:") != std::string::npos;
-}
-
-bool usable(const Bookmark& b) {
-    return !b.host().value_or("").empty() && intValue(b.port().value_or("")) > 0;
-}
-
 int runAdd(const BookmarkArgs& args) {
-    if (args.location.empty()) throw UsageError("the location is empty");
-    bool remote = args.location.substr(0, 4) == "http";
-    if (!remote && !isFolder(args.location) && !fileExists(args.location)) {
-        throw UsageError("no such file: " + args.location);
-    }
-    if (!remote && isFolder(args.location)) throw UsageError("not a playlist file: " + args.location);
     auto folder = bookmarksFolderOrComplain();
     if (!folder) return 1;
-
-    // Enough for the fetch and one redirect probe, each with its own time-out.
-    double limit = 2 * timing().redirectTimeout + 5;
-    auto outcome = BookmarkLocator::locate(args.location, args.name, limit);
-    auto bookmark = outcome.bookmark;
-    if (outcome.streamHeader && (!bookmark || !usable(*bookmark))) {
-        bookmark = bookmarkFromStreamLocation(args.location, *outcome.streamHeader);
-    }
-    // An Icecast stream answers in HTTP with audio and icy- headers; the
-    // location itself is then the stream.
-    if (!bookmark && outcome.httpHeader && isAudioHeader(*outcome.httpHeader)) {
-        bookmark = bookmarkFromStreamLocation(args.location, *outcome.httpHeader);
-    }
+    std::string failure;
+    auto bookmark = bookmarkFromLocation(args.location, args.name, failure);
     if (!bookmark) {
-        std::fprintf(stderr, "quillon: %s\n", outcome.failure.value_or("no stream found").c_str());
+        std::fprintf(stderr, "quillon: %s\n", failure.c_str());
         return 1;
-    }
-    if (!args.name.empty()) bookmark->setName(args.name);
-    std::string name = bookmark->name().value_or("");
-    if (name.find_first_not_of(' ') == std::string::npos) {
-        bookmark->setName(std::string(Bookmark::kUntitledName));
     }
 
     std::string file = bookmark->pathInFolder(*folder);

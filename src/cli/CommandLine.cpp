@@ -6,7 +6,9 @@
 
 #include "cli/BookmarkCommand.h"
 #include "cli/Command.h"
+#include "cli/DemoCommand.h"
 #include "cli/PrefsCommand.h"
+#include "cli/RecordCommand.h"
 #include "cli/StationCommand.h"
 #include "platform/Log.h"
 
@@ -15,10 +17,13 @@ namespace quillon {
 int runCommandLine(int argc, char** argv) {
     CLI::App app{"Quillon records internet radio: one tagged MP3 file per track."};
     app.require_subcommand(0, 1);
+    app.fallthrough();  // --verbose also after the command
     bool verbose = false;
     app.add_flag("-v,--verbose", verbose, "Show the system log on stderr");
     app.footer("Run 'quillon COMMAND --help' for the options of a command.");
     CommandRunner runner;
+    addRecordCommand(app, runner);
+    addDemoCommand(app, runner);
     addStationCommand(app, runner);
     addBookmarkCommand(app, runner);
     addPrefsCommand(app, runner);

@@ -1,0 +1,119 @@
+#include "cli/LocationBookmark.h"
+
+#include "cli/Command.h"
+#include "platform/Home.h"
+#include "platform/TextUtil.h"
+#include "platform/Timing.h"
+#include "store/Bookmark.h"
+#include "store/BookmarkFolder.h"
+#include "store/BookmarkLocator.h"
+#include "store/Url.h"
+
+namespace quillon {
+
+namespace {
+
+// A header field's value (key matched in any case), blanks trimmed.
+std::optional<std::string> headerValue(const std::string& header, const std::string& key) {
+    std::size_t at = toLowerAscii(header).find(toLowerAscii(key));
+    if (at == std::string::npos) return std::nullopt;
+    at += key.size();
+    std::size_t end = header.find("\r\n", at);
+    if (end == std::string::npos) return std::nullopt;
+    std::string value = textFromWire(std::string_view(header).substr(at, end - at));
+    value.erase(0, value.find_first_not_of(" \t"));
+    value.erase(value.find_last_not_of(" \t") + 1);
+    return value;
+}
+
+// A live stream whose header names no usable stream URL: the typed location is
+// the stream itself.
+std::shared_ptr<Bookmark> bookmarkFromStreamLocation(const std::string& location, const std::string& header) {
+    auto url = Url::parse(location);
+    if (!url || !url->host) return nullptr;
+    auto b = Bookmark::bookmark();
+    auto streamName = headerValue(header, "icy-name:");
+    b->setName(streamName && !streamName->empty() ? *streamName : std::string(Bookmark::kUntitledName));
+    b->setHost(url->host);
+    b->setPort(std::to_string(url->port && *url->port > 0 ? *url->port : 80));
+    b->setPath(url->query ? url->path + "?" + *url->query : url->path);
+    b->setUser(url->user);
+    b->setPass(url->password);
+    return b;
+}
+
+bool isAudioHeader(const std::string& header) {
+    std::string lower = toLowerAscii(header);
+    return lower.find("\ncontent-type: audio/") != std::string::npos ||
+           lower.find("\ncontent-type:audio/") != std::string::npos ||
+           lower.find("\nicy-metaint:") != std::string::npos;
+}
+
+bool usable(const Bookmark& b) {
+    return !b.host().value_or("").empty() && intValue(b.port().value_or("")) > 0;
+}
+
+}  // namespace
+
+std::shared_ptr<Bookmark> bookmarkFromLocation(const std::string& location, const std::string& name,
+                                               std::string& failure) {
+    if (location.empty()) throw UsageError("the location is empty");
+    bool remote = location.substr(0, 4) == "http";
+    if (!remote && !isFolder(location) && !fileExists(location))
+        throw UsageError("no such file: " + location);
+    if (!remote && isFolder(location)) throw UsageError("not a playlist file: " + location);
+
+    // Enough for the fetch and one redirect probe, each with its own time-out.
+    double limit = 2 * timing().redirectTimeout + 5;
+    auto outcome = BookmarkLocator::locate(location, name, limit);
+    auto bookmark = outcome.bookmark;
+    if (outcome.streamHeader && (!bookmark || !usable(*bookmark))) {
+        bookmark = bookmarkFromStreamLocation(location, *outcome.streamHeader);
+    }
+    // An Icecast stream answers in HTTP with audio and icy- headers; the
+    // location itself is then the stream.
+    if (!bookmark && outcome.httpHeader && isAudioHeader(*outcome.httpHeader)) {
+        bookmark = bookmarkFromStreamLocation(location, *outcome.httpHeader);
+    }
+    if (!bookmark) {
+        failure = outcome.failure.value_or("no stream found");
+        return nullptr;
+    }
+    if (!name.empty()) bookmark->setName(name);
+    std::string given = bookmark->name().value_or("");
+    if (given.find_first_not_of(' ') == std::string::npos)
+        bookmark->setName(std::string(Bookmark::kUntitledName));
+    return bookmark;
+}
+
+std::shared_ptr<Bookmark> bookmarkFromArgument(const std::string& argument, std::string& failure) {
+    auto loaded = [](const std::string& file) -> std::shared_ptr<Bookmark> {
+        auto b = Bookmark::bookmark();
+        return b->loadFromFile(file) ? b : nullptr;
+    };
+    const std::string extension = std::string(".") + Bookmark::kFileExtension;
+    if (endsWith(argument, extension) && fileExists(argument)) {
+        if (auto b = loaded(argument)) return b;
+        failure = "not a bookmark file: " + argument;
+        return nullptr;
+    }
+    if (argument.substr(0, 4) != "http" && !fileExists(argument)) {
+        if (auto folder = BookmarkFolder::folder()) {
+            std::string name = endsWith(argument, extension)
+                                   ? argument.substr(0, argument.size() - extension.size())
+                                   : argument;
+            if (name.find("..") == std::string::npos) {
+                std::string file = BookmarkFolder::pathForName(*folder, name);
+                if (fileExists(file)) {
+                    if (auto b = loaded(file)) return b;
+                    failure = "not a bookmark file: " + file;
+                    return nullptr;
+                }
+            }
+        }
+        throw UsageError("no bookmark, URL or playlist file named \"" + argument + "\"");
+    }
+    return bookmarkFromLocation(argument, "", failure);
+}
+
+}  // namespace quillon

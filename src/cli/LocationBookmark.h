@@ -1,0 +1,23 @@
+#pragma once
+// Turning what the user typed on the command line into a bookmark: a saved
+// bookmark (by name or .qlnbk file), or a location (stream URL, playlist URL,
+// local playlist file) resolved over the network. Main thread only: it runs the
+// main loop while the location is fetched.
+#include <memory>
+#include <string>
+
+namespace quillon {
+
+class Bookmark;
+
+// A bookmark for a location, named `name` when that is not empty, else by what
+// the location gives. Nothing, with the reason in `failure`, when no stream can
+// be found. Throws UsageError for an empty location or a missing local file.
+std::shared_ptr<Bookmark> bookmarkFromLocation(const std::string& location, const std::string& name,
+                                               std::string& failure);
+
+// A saved bookmark's file path or name (as `quillon bookmark list` shows it),
+// else a location as above.
+std::shared_ptr<Bookmark> bookmarkFromArgument(const std::string& argument, std::string& failure);
+
+}  // namespace quillon

@@ -1,0 +1,91 @@
+#include "cli/RecordCommand.h"
+
+#include <cstdio>
+#include <memory>
+
+#include "cli/LocationBookmark.h"
+#include "cli/RecordSession.h"
+#include "platform/TextUtil.h"
+#include "store/Bookmark.h"
+
+namespace quillon {
+
+std::optional<double> parseDuration(std::string_view text) {
+    if (text.empty()) return std::nullopt;
+    double unit = 1;
+    switch (text.back()) {
+        case 's':
+            unit = 1;
+            break;
+        case 'm':
+            unit = 60;
+            break;
+        case 'h':
+            unit = 3600;
+            break;
+        default:
+            unit = 0;
+    }
+    std::string_view number = unit == 0 ? text : text.substr(0, text.size() - 1);
+    if (unit == 0) unit = 1;
+    if (number.empty() || number.find_first_not_of("0123456789.") != std::string_view::npos ||
+        number.find('.') != number.rfind('.'))
+        return std::nullopt;
+    double value = doubleValue(number) * unit;
+    if (value <= 0) return std::nullopt;
+    return value;
+}
+
+namespace {
+
+struct RecordArgs {
+    std::string location;
+    std::string duration;
+    std::string folder;
+    bool relayOnly = false;
+    bool quiet = false;
+};
+
+int runRecord(const RecordArgs& args) {
+    RecordOptions options;
+    if (!args.duration.empty()) {
+        options.seconds = parseDuration(args.duration);
+        if (!options.seconds)
+            throw UsageError("not a duration: " + args.duration + " (use e.g. 90s, 5m, 2h or seconds)");
+    }
+    options.relayOnly = args.relayOnly;
+    options.folder = args.folder.empty() ? RecordSession::defaultFolder() : args.folder;
+    options.statusLine = !args.quiet;
+    std::string failure;
+    auto bookmark = bookmarkFromArgument(args.location, failure);
+    if (!bookmark) {
+        std::fprintf(stderr, "quillon: %s\n", failure.c_str());
+        return 1;
+    }
+    std::fprintf(stderr, "Recording %s (%s:%s%s) into %s\n", bookmark->name().value_or("").c_str(),
+                 bookmark->host().value_or("").c_str(), bookmark->port().value_or("").c_str(),
+                 bookmark->path().c_str(), options.folder.c_str());
+    RecordSession session(options);
+    return session.run(*bookmark);
+}
+
+}  // namespace
+
+void addRecordCommand(CLI::App& app, CommandRunner& runner) {
+    auto args = std::make_shared<RecordArgs>();
+    CLI::App* cmd = app.add_subcommand("record", "Record a stream in the foreground, one file per track");
+    cmd->add_option("location", args->location,
+                    "A bookmark's name or .qlnbk file, a stream URL, a playlist URL or a playlist file")
+        ->required();
+    cmd->add_option("--for", args->duration, "Stop after this long: 90s, 5m, 2h or plain seconds");
+    cmd->add_flag("--relay-only", args->relayOnly, "Relay the stream without writing files");
+    cmd->add_option("--to", args->folder,
+                    "Recordings folder for this run (default: the configured one, else ~/Music)");
+    cmd->add_flag("-q,--quiet", args->quiet, "No live status line");
+    cmd->footer(
+        "Stops on Ctrl-C, after --for, or when the connection stops for good. Exits 1 when the stream\n"
+        "could not be reached, with the reason.");
+    cmd->callback([args, &runner] { runner = [args] { return runRecord(*args); }; });
+}
+
+}  // namespace quillon
