@@ -13,6 +13,8 @@ int main(int argc, char** argv) {
     ::testing::InitGoogleTest(&argc, argv);
     std::signal(SIGPIPE, SIG_IGN);
     quillon::Log::setSyslog(false);
+    // QUILLON_TEST_VERBOSE=1 shows the system log while a test runs.
+    if (const char* v = std::getenv("QUILLON_TEST_VERBOSE"); v && *v == '1') quillon::Log::setVerbose(true);
     std::string pattern = (std::filesystem::temp_directory_path() / "quillon-test-XXXXXX").string();
     char* home = ::mkdtemp(pattern.data());
     if (!home) return 1;
