@@ -53,6 +53,13 @@ bool usable(const Bookmark& b) {
     return !b.host().value_or("").empty() && intValue(b.port().value_or("")) > 0;
 }
 
+bool looksLikePlaylist(const std::string& path) {
+    std::string lower = toLowerAscii(path);
+    for (const char* ext : {".pls", ".m3u", ".m3u8", ".asx", ".xspf"})
+        if (endsWith(lower, ext)) return true;
+    return false;
+}
+
 }  // namespace
 
 std::shared_ptr<Bookmark> bookmarkFromLocation(const std::string& location, const std::string& name,
@@ -112,6 +119,19 @@ std::shared_ptr<Bookmark> bookmarkFromArgument(const std::string& argument, std:
             }
         }
         throw UsageError("no bookmark, URL or playlist file named \"" + argument + "\"");
+    }
+    if (auto url = Url::parse(argument); url && url->host && !looksLikePlaylist(url->path)) {
+        // A stream address is recorded as it stands: asking the server first
+        // would cost a second connection, which many stations count against
+        // their listener limit.
+        auto b = Bookmark::bookmark();
+        b->setName(*url->host);
+        b->setHost(url->host);
+        b->setPort(std::to_string(url->port && *url->port > 0 ? *url->port : 80));
+        b->setPath(url->query ? url->path + "?" + *url->query : url->path);
+        b->setUser(url->user);
+        b->setPass(url->password);
+        return b;
     }
     return bookmarkFromLocation(argument, "", failure);
 }

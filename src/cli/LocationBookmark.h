@@ -17,7 +17,8 @@ std::shared_ptr<Bookmark> bookmarkFromLocation(const std::string& location, cons
                                                std::string& failure);
 
 // A saved bookmark's file path or name (as `quillon bookmark list` shows it),
-// else a location as above.
+// a stream URL taken as it stands (named after its host), else a playlist
+// location as above.
 std::shared_ptr<Bookmark> bookmarkFromArgument(const std::string& argument, std::string& failure);
 
 }  // namespace quillon
