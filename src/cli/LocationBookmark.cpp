@@ -26,20 +26,26 @@ std::optional<std::string> headerValue(const std::string& header, const std::str
     return value;
 }
 
+// A bookmark for a stream at `url` exactly as written.
+std::shared_ptr<Bookmark> bookmarkForStreamUrl(const Url& url, const std::string& name) {
+    auto b = Bookmark::bookmark();
+    b->setName(name);
+    b->setHost(url.host);
+    b->setPort(std::to_string(url.port && *url.port > 0 ? *url.port : 80));
+    b->setPath(url.query ? url.path + "?" + *url.query : url.path);
+    b->setUser(url.user);
+    b->setPass(url.password);
+    return b;
+}
+
 // A live stream whose header names no usable stream URL: the typed location is
 // the stream itself.
 std::shared_ptr<Bookmark> bookmarkFromStreamLocation(const std::string& location, const std::string& header) {
     auto url = Url::parse(location);
     if (!url || !url->host) return nullptr;
-    auto b = Bookmark::bookmark();
     auto streamName = headerValue(header, "icy-name:");
-    b->setName(streamName && !streamName->empty() ? *streamName : std::string(Bookmark::kUntitledName));
-    b->setHost(url->host);
-    b->setPort(std::to_string(url->port && *url->port > 0 ? *url->port : 80));
-    b->setPath(url->query ? url->path + "?" + *url->query : url->path);
-    b->setUser(url->user);
-    b->setPass(url->password);
-    return b;
+    return bookmarkForStreamUrl(
+        *url, streamName && !streamName->empty() ? *streamName : std::string(Bookmark::kUntitledName));
 }
 
 bool isAudioHeader(const std::string& header) {
@@ -124,14 +130,7 @@ std::shared_ptr<Bookmark> bookmarkFromArgument(const std::string& argument, std:
         // A stream address is recorded as it stands: asking the server first
         // would cost a second connection, which many stations count against
         // their listener limit.
-        auto b = Bookmark::bookmark();
-        b->setName(*url->host);
-        b->setHost(url->host);
-        b->setPort(std::to_string(url->port && *url->port > 0 ? *url->port : 80));
-        b->setPath(url->query ? url->path + "?" + *url->query : url->path);
-        b->setUser(url->user);
-        b->setPass(url->password);
-        return b;
+        return bookmarkForStreamUrl(*url, *url->host);
     }
     return bookmarkFromLocation(argument, "", failure);
 }
