@@ -20,7 +20,7 @@
 #include "platform/MainLoop.h"
 #include "store/Bookmark.h"
 #include "store/Preferences.h"
-#include "support/ChildProcess.h"
+#include "support/Process.h"
 
 namespace quillon::test {
 namespace {
@@ -93,14 +93,12 @@ public:
         std::string playlist;
         for (int i = 1; i <= tracks; ++i) {
             fs::path mp3 = dir_ / ("t" + std::to_string(i) + ".mp3");
-            std::string out;
-            int code =
-                runCommand({"ffmpeg", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
+            auto made =
+                runProcess({"ffmpeg", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
                             "sine=frequency=" + std::to_string(220 * i) + ":duration=3", "-ac", "2", "-ar",
                             "44100", "-b:a", "128k", "-metadata", "artist=Artist " + std::to_string(i),
-                            "-metadata", "title=Song " + std::to_string(i), mp3.string()},
-                           &out);
-            if (code != 0) throw std::runtime_error("ffmpeg failed: " + out);
+                            "-metadata", "title=Song " + std::to_string(i), mp3.string()});
+            if (made.status != 0) throw std::runtime_error("ffmpeg failed: " + made.err);
             playlist += mp3.string() + "\n";
         }
         writeText(dir_ / "playlist.m3u", playlist);
@@ -129,11 +127,11 @@ public:
                       "<intakes><intake><filename>" +
                       (dir_ / "playlist.m3u").string() + "</filename></intake></intakes></ezstream>");
         fs::permissions(dir_ / "ezstream.xml", fs::perms::owner_read | fs::perms::owner_write);
-        server_ = std::make_unique<ChildProcess>(
+        server_ = std::make_unique<ServerProcess>(
             std::vector<std::string>{"icecast2", "-c", (dir_ / "icecast.xml").string()},
             (dir_ / "server.out").string());
         for (int i = 0; i < 100 && !acceptsConnections(port_); ++i) usleep(50000);
-        source_ = std::make_unique<ChildProcess>(
+        source_ = std::make_unique<ServerProcess>(
             std::vector<std::string>{"ezstream", "-c", (dir_ / "ezstream.xml").string()},
             (dir_ / "source.out").string());
         for (int i = 0; i < 100 && !mountIsLive(port_, "/live.mp3"); ++i) usleep(50000);
@@ -166,7 +164,7 @@ private:
 
     fs::path dir_;
     std::uint16_t port_;
-    std::unique_ptr<ChildProcess> server_, source_;
+    std::unique_ptr<ServerProcess> server_, source_;
 };
 
 TEST(IcecastRecordingTest, OneDecodableTaggedFilePerTitle) {
@@ -215,17 +213,16 @@ TEST(IcecastRecordingTest, OneDecodableTaggedFilePerTitle) {
         std::string n = name.substr(7, 1);
         EXPECT_EQ(name, "Artist " + n + " - Song " + n + ".mp3");
 
-        std::string out;
-        EXPECT_EQ(runCommand({"ffprobe", "-v", "error", "-show_entries", "format=duration", "-of", "csv=p=0",
-                              file.string()},
-                             &out),
-                  0)
-            << out;
-        double seconds = std::stod(out.empty() ? "0" : out);
-        EXPECT_GT(seconds, 2.0) << out;  // a whole three-second track, give or take a block
-        EXPECT_LT(seconds, 4.5) << out;
-        EXPECT_EQ(runCommand({"mpg123", "-q", "-t", file.string()}, &out), 0) << out;
-        EXPECT_EQ(out.find("error"), std::string::npos) << out;
+        auto probe = runProcess(
+            {"ffprobe", "-v", "error", "-show_entries", "format=duration", "-of", "csv=p=0", file.string()});
+        EXPECT_EQ(probe.status, 0) << probe.err;
+        EXPECT_EQ(probe.err, "");
+        double seconds = std::stod(probe.out.empty() ? "0" : probe.out);
+        EXPECT_GT(seconds, 2.0) << probe.out;  // a whole three-second track, give or take a block
+        EXPECT_LT(seconds, 4.5) << probe.out;
+        auto decoded = runProcess({"mpg123", "-q", "-t", file.string()});
+        EXPECT_EQ(decoded.status, 0) << decoded.err;
+        EXPECT_EQ(decoded.err.find("error"), std::string::npos) << decoded.err;
 
         TagLib::FileRef ref(file.c_str());
         ASSERT_FALSE(ref.isNull());

@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "platform/Home.h"
-#include "support/ChildProcess.h"
+#include "support/Process.h"
 
 namespace quillon::test {
 namespace {
@@ -29,7 +29,7 @@ public:
         : log_(homePath("station-" + std::to_string(++count_))) {
         std::vector<std::string> argv = {QUILLON_BINARY, "station", "--port", "0"};
         argv.insert(argv.end(), options.begin(), options.end());
-        process_ = std::make_unique<ChildProcess>(argv, log_);
+        process_ = std::make_unique<ServerProcess>(argv, log_);
         std::smatch m;
         for (int i = 0; i < 200; ++i) {
             std::string out = readFile(log_);
@@ -45,7 +45,7 @@ public:
 private:
     static inline int count_ = 0;
     std::string log_;
-    std::unique_ptr<ChildProcess> process_;
+    std::unique_ptr<ServerProcess> process_;
     std::string url_;
 };
 
@@ -57,9 +57,8 @@ struct CommandRun {
 CommandRun record(const std::vector<std::string>& args) {
     std::vector<std::string> argv = {QUILLON_BINARY, "record"};
     argv.insert(argv.end(), args.begin(), args.end());
-    CommandRun run;
-    run.status = runCommand(argv, &run.output);
-    return run;
+    auto result = runProcess(argv);
+    return {result.status, result.out + result.err};
 }
 
 std::vector<std::string> mp3Files(const fs::path& folder) {
@@ -95,8 +94,8 @@ TEST(RecordCommandTest, StopsAfterTheGivenDurationOrOnInterrupt) {
     EXPECT_FALSE(mp3Files(folder).empty());
 
     fs::path log = homePath("rec-interrupt.log");
-    ChildProcess recording({QUILLON_BINARY, "record", station.url(), "--to", (folder / "int").string()},
-                           log.string());
+    ServerProcess recording({QUILLON_BINARY, "record", station.url(), "--to", (folder / "int").string()},
+                            log.string());
     for (int i = 0; i < 200 && mp3Files(folder / "int").empty(); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(25));
     ::kill(recording.pid(), SIGINT);

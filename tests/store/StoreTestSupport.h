@@ -25,6 +25,8 @@
 #include "platform/Timing.h"
 #include "store/Preferences.h"
 
+#include "support/Process.h"
+
 namespace quillon::test {
 
 // Serves one canned reply per connection on 127.0.0.1, one connection at a
@@ -198,44 +200,11 @@ inline void writeText(const std::string& path, const std::string& text) {
     out << text;
 }
 
-struct RunResult {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
+using RunResult = ProcessResult;
 
-// Runs a program with the given QUILLON_HOME; its output is collected in files
-// of `home`.
+// Runs a program with the given QUILLON_HOME.
 inline RunResult runProgram(const std::vector<std::string>& argv, const std::string& home) {
-    std::string outPath = home + "/.stdout";
-    std::string errPath = home + "/.stderr";
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    std::vector<std::string> env;
-    for (char** e = ::environ; *e; ++e) {
-        if (std::string_view(*e).substr(0, 13) != "QUILLON_HOME=") env.emplace_back(*e);
-    }
-    env.push_back("QUILLON_HOME=" + home);
-    std::vector<char*> envp;
-    for (auto& e : env) envp.push_back(e.data());
-    envp.push_back(nullptr);
-    std::vector<std::string> args = argv;
-    std::vector<char*> argp;
-    for (auto& a : args) argp.push_back(a.data());
-    argp.push_back(nullptr);
-    RunResult result;
-    pid_t pid = 0;
-    if (posix_spawn(&pid, argp[0], &actions, nullptr, argp.data(), envp.data()) == 0) {
-        int status = 0;
-        ::waitpid(pid, &status, 0);
-        result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-    posix_spawn_file_actions_destroy(&actions);
-    result.out = readText(outPath);
-    result.err = readText(errPath);
-    return result;
+    return runProcess(argv, {{"QUILLON_HOME", home}});
 }
 
 }  // namespace quillon::test

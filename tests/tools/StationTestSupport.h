@@ -1,7 +1,6 @@
 #pragma once
 // Helpers for the station tests: a raw-socket ICY client on loopback, a splitter
-// of ICY streams into audio and metadata blocks, and a child process whose output
-// is captured and which is always reaped.
+// of ICY streams into audio and metadata blocks.
 #include <sys/types.h>
 
 #include <chrono>
@@ -13,11 +12,9 @@
 
 #include "platform/ByteBuffer.h"
 #include "platform/FileHandle.h"
+#include "support/Process.h"
 
 namespace quillon::test {
-
-// Upper bound for any single wait; only reached when something hangs.
-constexpr int kWaitMs = 10000;
 
 struct MetaBlock {
     std::uint64_t audioOffset = 0;  // audio bytes before the block
@@ -57,31 +54,6 @@ private:
     Bytes buffer_;
     bool closed_ = false;
 };
-
-struct ProcessResult {
-    int status = -1;  // exit status, or 128 + signal
-    std::string out, err;
-};
-
-// A child process with captured stdout and stderr; the destructor kills
-// (SIGKILL) and reaps it when it is still running.
-class CapturedProcess {
-public:
-    explicit CapturedProcess(const std::vector<std::string>& argv);
-    ~CapturedProcess();
-    CapturedProcess(const CapturedProcess&) = delete;
-    CapturedProcess& operator=(const CapturedProcess&) = delete;
-    std::optional<std::string> readLine();  // the next stdout line, none on EOF or time-out
-    void signal(int number);
-    ProcessResult wait();  // the rest of the output and the exit status
-
-private:
-    pid_t pid_ = -1;
-    FileHandle out_, err_;
-    std::string outText_;
-};
-
-inline ProcessResult runProcess(const std::vector<std::string>& argv) { return CapturedProcess(argv).wait(); }
 
 // Polls `condition` until it holds or kWaitMs passes.
 template <typename Condition>
