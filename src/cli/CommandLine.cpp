@@ -7,6 +7,7 @@
 #include "cli/BookmarkCommand.h"
 #include "cli/Command.h"
 #include "cli/DemoCommand.h"
+#include "cli/HistoryCommand.h"
 #include "cli/PrefsCommand.h"
 #include "cli/RecordCommand.h"
 #include "cli/StationCommand.h"
@@ -27,6 +28,7 @@ int runCommandLine(int argc, char** argv) {
     addStationCommand(app, runner);
     addBookmarkCommand(app, runner);
     addPrefsCommand(app, runner);
+    addHistoryCommand(app, runner);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {

@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include "history/HistoryTrackLog.h"
 #include "platform/DefaultsStore.h"
 #include "platform/Home.h"
 #include "platform/MainLoop.h"
@@ -86,7 +87,9 @@ int RecordSession::run(const Bookmark& bookmark) {
 
     MainLoop& loop = MainLoop::main();
     loop.runUntil([] { return true; }, 0);  // this thread is the main thread from here on
-    ripper_ = std::make_unique<Ripper>(*this, bookmark, options_.relayOnly, false);
+    ConnectionServices services;
+    services.history = std::make_shared<HistoryTrackLog>();  // the shared history, loaded when first used
+    ripper_ = std::make_unique<Ripper>(*this, bookmark, options_.relayOnly, false, std::move(services));
     auto redraw = loop.addTimer(
         0.5, [this] { drawStatusLine(false); }, true);
     double limit = options_.seconds.value_or(1e9);
