@@ -1,0 +1,120 @@
+#pragma once
+// The relay of one connection: a listening socket on the connection's relay
+// port, a feed thread that every 0.1 second moves one block of the connection's
+// audio to each connected player followed by a metadata block, and one
+// Broadcaster per player. Players get the upstream header, then audio in blocks
+// of the meta interval, each followed by a metadata block, as from an ICY server.
+// After a title change only the first player in the list gets the new title;
+// the others learn titles when they connect.
+//
+// Thread contract: construction, startFeeding, stopFeeding, disposeOwner and
+// destruction may run on any one thread at a time (the connection's thread or the
+// main thread), never on the feed thread. feed() may be called from any thread
+// (the connection's reader). New players are accepted on the main thread.
+// `ownerMutex_` guards the connection reference (and serialises calls into it),
+// `playersMutex_` the players list, `nameMutex_` the last title sent,
+// `pendingMutex_` the blocks waiting for the feed thread, `feedMutex_` the
+// listener and the feed thread. Lock order: feedMutex_, playersMutex_, then any
+// one of the others. Destruction stops feeding, joins the feed thread and every writer.
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "net/Broadcaster.h"
+#include "net/RelaySource.h"
+#include "platform/ByteBuffer.h"
+
+namespace quillon {
+
+class TCPSocket;
+
+class BroadcastController {
+public:
+    // Remembers the connection's current title as the last one sent.
+    explicit BroadcastController(RelaySource& owner);
+    ~BroadcastController();
+    BroadcastController(const BroadcastController&) = delete;
+    BroadcastController& operator=(const BroadcastController&) = delete;
+
+    // Listens on the connection's relay port and starts the feed thread; logs
+    // "Unable to start broadcast controller." when the port cannot be had.
+    void startFeeding();
+    // Closes the listener and ends the feed thread; players end once the
+    // connection stops streaming or the feeder is destroyed.
+    void stopFeeding();
+    // One block of audio as the connection received it (metadata removed). At
+    // most about eight blocks wait; a feed that falls behind loses the oldest.
+    void feed(Broadcaster::Block block);
+    // The connection goes away: nothing asks it anything from now on.
+    void disposeOwner();
+
+    int count() const;
+    bool isStreaming() const { return isStreaming_; }
+    // The port actually listened on; 0 while not feeding.
+    std::uint16_t listeningPort() const;
+
+    // A metadata block for the connection's current title.
+    Bytes createNameData();
+    // The full block when the title changed since the last one sent (which it
+    // then becomes), else the single byte 0.
+    Broadcaster::Block nameData();
+    void setCurrentName(std::string name);
+
+    // The ICY metadata block for a title: a length byte N, then N * 16 bytes of
+    // "StreamTitle='<title>';StreamUrl='';" one byte per character (Latin-1,
+    // '?' for what it cannot hold), zero-padded. N is the text length / 16 + 1.
+    static Bytes metadataBlock(std::string_view title);
+
+    // For players: whether the connection still streams, and its header.
+    bool connectionLive() const;
+    std::string streamHeader() const;
+
+private:
+    // What one feed pass needs of the connection, read once.
+    struct Snapshot {
+        unsigned bufferSize = 0;
+        bool hasMeta = false;
+        std::string title;
+    };
+
+    void incommingConnection(std::shared_ptr<TCPSocket> client);
+    void feedStreams();
+    // One pass of the feed thread; false when the connection no longer streams.
+    bool feedPass();
+    bool snapshot(Snapshot& out) const;
+    Broadcaster::Block nameDataFor(const std::string& title);
+    Broadcaster::Block takeBlock(unsigned bufferSize);
+    // Waits one cadence; false once feeding stops.
+    bool pause();
+
+    mutable std::mutex ownerMutex_;
+    RelaySource* owner_;  // guarded by ownerMutex_
+
+    mutable std::mutex feedMutex_;
+    std::shared_ptr<TCPSocket> server_;  // guarded by feedMutex_
+    std::thread feedThread_;             // guarded by feedMutex_
+    std::atomic<bool> isStreaming_{false};
+    std::atomic<std::uint16_t> listeningPort_{0};
+
+    mutable std::mutex playersMutex_;
+    std::vector<std::unique_ptr<Broadcaster>> clients_;  // guarded by playersMutex_
+
+    std::mutex nameMutex_;
+    std::string currentName_;  // guarded by nameMutex_
+
+    std::mutex pendingMutex_;
+    std::deque<Broadcaster::Block> pending_;  // guarded by pendingMutex_
+    std::size_t pendingBytes_ = 0;            // guarded by pendingMutex_
+
+    std::mutex wakeMutex_;
+    std::condition_variable wake_;
+};
+
+}  // namespace quillon

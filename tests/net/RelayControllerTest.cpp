@@ -1,0 +1,293 @@
+// The relay feeder against plain loopback players, with a scripted connection:
+// what players receive and in which layout, who learns a title change, and how
+// players that stall, vanish or never ask leave the others alone.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "net/BroadcastController.h"
+#include "net/NetTestSupport.h"
+#include "net/RelayTestSupport.h"
+#include "platform/Log.h"
+#include "platform/MainLoop.h"
+#include "platform/Timing.h"
+
+namespace quillon {
+namespace {
+
+using test::IcyStream;
+using test::readIcy;
+using test::RelayClient;
+using test::titleIn;
+
+// A connection as the relay sees it, set by the test.
+class ScriptedSource : public RelaySource {
+public:
+    std::atomic<int> state{5};
+    std::atomic<unsigned> blockSize{1000};
+    std::atomic<bool> meta{true};
+    std::atomic<std::uint16_t> port{0};
+    std::atomic<unsigned> kbps{128};
+    std::atomic<int> refreshes{0};
+
+    void setTitle(std::string t) {
+        std::lock_guard lock(mutex_);
+        title_ = std::move(t);
+    }
+    int ripperState() const override { return state; }
+    unsigned bufferSize() const override { return blockSize; }
+    bool hasMeta() const override { return meta; }
+    std::string currentTrack() const override {
+        std::lock_guard lock(mutex_);
+        return title_;
+    }
+    std::string streamHeader() const override { return "ICY 200 OK\r\nicy-metaint:1000\r\n\r\n"; }
+    std::uint16_t servePort() const override { return port; }
+    unsigned bitrate() const override { return kbps; }
+    void refreshStatus() override { ++refreshes; }
+
+private:
+    mutable std::mutex mutex_;
+    std::string title_ = "First - Title";
+};
+
+class RelayController : public ::testing::Test {
+protected:
+    void SetUp() override {
+        saved_ = timing();
+        timing().relayCadence = 0.005;
+        timing().acceptWait = 0.2;
+        timing().streamReadTimeout = 5;
+        MainLoop::main().runUntil([] { return true; }, 0);  // this thread is the main thread
+    }
+    void TearDown() override {
+        MainLoop::main().runUntil([] { return false; }, 0.05);
+        timing() = saved_;
+    }
+
+    // Block n starts with n (4 bytes, big-endian), then repeats n's low byte,
+    // so that order, gaps and torn blocks show.
+    std::shared_ptr<const Bytes> block(unsigned size) {
+        Bytes b(size, static_cast<std::uint8_t>(next_));
+        for (int i = 0; i < 4; ++i) b[i] = static_cast<std::uint8_t>(next_ >> (24 - 8 * i));
+        ++next_;
+        return std::make_shared<const Bytes>(std::move(b));
+    }
+    static std::uint32_t indexOf(const std::string& audio) {
+        std::uint32_t n = 0;
+        for (int i = 0; i < 4; ++i) n = (n << 8) | static_cast<std::uint8_t>(audio[i]);
+        return n;
+    }
+    // Every block whole and later than the one before it.
+    static void expectWholeAndInOrder(const std::vector<std::string>& audio) {
+        for (std::size_t i = 0; i < audio.size(); ++i) {
+            std::uint32_t n = indexOf(audio[i]);
+            EXPECT_EQ(audio[i].substr(4), std::string(audio[i].size() - 4, static_cast<char>(n & 0xFF))) << i;
+            if (i > 0) {
+                EXPECT_GT(n, indexOf(audio[i - 1])) << i;
+            }
+        }
+    }
+    // Feeds blocks on the main loop (which also hands players over) until the
+    // condition holds.
+    bool feedUntil(BroadcastController& relay, unsigned size, const std::function<bool()>& done,
+                   double seconds = 20) {
+        auto timer = MainLoop::main().addTimer(
+            0.01, [&] { relay.feed(block(size)); }, true);
+        bool ok = MainLoop::main().runUntil(done, seconds);
+        MainLoop::main().cancelTimer(timer);
+        return ok;
+    }
+    static bool runUntil(const std::function<bool()>& done, double seconds = 20) {
+        return MainLoop::main().runUntil(done, seconds);
+    }
+    static std::size_t blocksOf(const RelayClient& c, unsigned size, bool meta) {
+        return readIcy(c.received(), size, meta).audio.size();
+    }
+
+    ScriptedSource source_;
+    unsigned next_ = 0;
+
+private:
+    Timing saved_;
+};
+
+TEST_F(RelayController, PlayerGetsTheHeaderThenBlocksEachFollowedByMetadata) {
+    BroadcastController relay(source_);
+    relay.startFeeding();
+    ASSERT_TRUE(relay.isStreaming());
+    ASSERT_NE(relay.listeningPort(), 0);  // servePort 0: the system chose one
+    RelayClient player(relay.listeningPort());
+    ASSERT_TRUE(feedUntil(relay, 1000, [&] { return blocksOf(player, 1000, true) >= 4; }));
+    source_.setTitle("Second - Title");
+    const std::size_t before = blocksOf(player, 1000, true);
+    ASSERT_TRUE(feedUntil(relay, 1000, [&] { return blocksOf(player, 1000, true) >= before + 4; }));
+
+    IcyStream got = readIcy(player.received(), 1000, true);
+    EXPECT_EQ(got.header, source_.streamHeader());
+    EXPECT_TRUE(got.wellFormed);
+    expectWholeAndInOrder(got.audio);
+    std::vector<std::string> announced;
+    for (const auto& meta : got.meta)
+        if (!meta.empty()) announced.push_back(titleIn(meta));
+    // The first block tells the title; then only the change is sent, once.
+    EXPECT_EQ(announced, (std::vector<std::string>{"First - Title", "Second - Title"}));
+    EXPECT_EQ(relay.count(), 1);
+}
+
+TEST_F(RelayController, AfterATitleChangeOnlyTheFirstPlayerLearnsIt) {
+    BroadcastController relay(source_);
+    relay.startFeeding();
+    RelayClient first(relay.listeningPort());
+    ASSERT_TRUE(
+        feedUntil(relay, 1000, [&] { return relay.count() == 1 && blocksOf(first, 1000, true) >= 1; }));
+    RelayClient second(relay.listeningPort());
+    ASSERT_TRUE(feedUntil(relay, 1000, [&] { return blocksOf(second, 1000, true) >= 2; }));
+    source_.setTitle("Changed - Title");
+    const std::size_t before = blocksOf(second, 1000, true);
+    ASSERT_TRUE(feedUntil(relay, 1000, [&] { return blocksOf(second, 1000, true) >= before + 3; }));
+
+    auto titles = [](const IcyStream& s) {
+        std::vector<std::string> out;
+        for (const auto& m : s.meta)
+            if (!m.empty()) out.push_back(titleIn(m));
+        return out;
+    };
+    EXPECT_EQ(titles(readIcy(first.received(), 1000, true)),
+              (std::vector<std::string>{"First - Title", "Changed - Title"}));
+    // The second learnt the title it joined with, and no change after it.
+    EXPECT_EQ(titles(readIcy(second.received(), 1000, true)), std::vector<std::string>{"First - Title"});
+}
+
+TEST_F(RelayController, StreamWithoutMetadataCarriesAudioOnly) {
+    source_.meta = false;
+    source_.blockSize = 8192;
+    BroadcastController relay(source_);
+    relay.startFeeding();
+    RelayClient player(relay.listeningPort());
+    ASSERT_TRUE(feedUntil(relay, 8192, [&] { return player.receivedSize() > 6 * 8192; }));
+    std::string data = player.received();
+    // Audio only: cut at 8192 bytes without metadata, every block is whole and
+    // in order; a metadata byte anywhere would shift and tear the blocks after it.
+    IcyStream got = readIcy(data, 8192, false);
+    ASSERT_GE(got.audio.size(), 6u);
+    expectWholeAndInOrder(got.audio);
+}
+
+TEST_F(RelayController, ATakenPortIsReportedAndFreedAgainWhenTheFeederGoes) {
+    source_.port = test::unusedPort();
+    auto first = std::make_unique<BroadcastController>(source_);
+    first->startFeeding();
+    ASSERT_EQ(first->listeningPort(), source_.port);
+
+    Log::Capture log;
+    BroadcastController second(source_);
+    second.startFeeding();
+    EXPECT_FALSE(second.isStreaming());
+    EXPECT_EQ(second.listeningPort(), 0);
+    EXPECT_TRUE(log.contains("Unable to start broadcast controller."));
+
+    RelayClient player(source_.port);
+    ASSERT_TRUE(feedUntil(*first, 1000, [&] { return blocksOf(player, 1000, true) >= 1; }));
+    first.reset();  // closes the listener and ends its player
+    EXPECT_TRUE(runUntil([&] { return player.ended(); }));
+    EXPECT_FALSE(RelayClient(source_.port).connected());
+
+    BroadcastController again(source_);
+    again.startFeeding();
+    EXPECT_EQ(again.listeningPort(), source_.port);
+}
+
+TEST_F(RelayController, StalledPlayerIsDroppedWhileTheOthersKeepReceiving) {
+    // 30 seconds are 120000 bytes, some seven blocks; the kernel's buffers take
+    // the first megabytes.
+    source_.kbps = 32;
+    source_.blockSize = 16000;
+    BroadcastController relay(source_);
+    relay.startFeeding();
+    Log::Capture log;
+    RelayClient stalled(relay.listeningPort(), {.reading = false});
+    RelayClient reader(relay.listeningPort());
+    ASSERT_TRUE(feedUntil(relay, 16000, [&] {
+        return log.contains("Client disconnected. more than 30 seconds of audio behind");
+    }));
+    EXPECT_TRUE(runUntil([&] { return relay.count() == 1; }));
+    const std::size_t before = blocksOf(reader, 16000, true);
+    ASSERT_TRUE(feedUntil(relay, 16000, [&] { return blocksOf(reader, 16000, true) >= before + 5; }));
+    IcyStream got = readIcy(reader.received(), 16000, true);
+    EXPECT_TRUE(got.wellFormed);
+    expectWholeAndInOrder(got.audio);
+    EXPECT_GT(source_.refreshes.load(), 0);
+}
+
+TEST_F(RelayController, PlayerThatNeverAsksHoldsUpNeitherTheMainThreadNorOthers) {
+    timing().streamReadTimeout = 60;
+    BroadcastController relay(source_);
+    relay.startFeeding();
+    RelayClient silent(relay.listeningPort(), {.reading = true, .sendRequest = false});
+    ASSERT_TRUE(runUntil([&] { return relay.count() == 1; }));
+    RelayClient player(relay.listeningPort());
+    ASSERT_TRUE(feedUntil(relay, 1000, [&] { return blocksOf(player, 1000, true) >= 3; }));
+    // Still waiting for its request, and given nothing meanwhile.
+    EXPECT_EQ(relay.count(), 2);
+    EXPECT_EQ(silent.receivedSize(), 0u);
+}
+
+TEST_F(RelayController, PlayersThatVanishLeaveNoThreadOrDescriptorBehind) {
+    const std::size_t descriptors = test::openDescriptorCount();
+    const std::size_t threads = test::countEntries("/proc/self/task");
+    {
+        BroadcastController relay(source_);
+        relay.startFeeding();
+        std::vector<std::unique_ptr<RelayClient>> players;
+        // One at a time: the listen queue is short, and each is handed over on
+        // this (the main) thread.
+        for (int i = 0; i < 6; ++i) {
+            players.push_back(std::make_unique<RelayClient>(relay.listeningPort()));
+            ASSERT_TRUE(runUntil([&] { return relay.count() == i + 1; }));
+        }
+        ASSERT_TRUE(feedUntil(relay, 1000, [&] {
+            for (auto& p : players)
+                if (p->receivedSize() < 3000) return false;
+            return true;
+        }));
+        // Half reset mid-stream, half close in order.
+        for (std::size_t i = 0; i < players.size(); ++i) {
+            if (i % 2 == 0)
+                players[i]->vanish();
+            else
+                players[i]->close();
+        }
+        ASSERT_TRUE(feedUntil(relay, 1000, [&] { return relay.count() == 0; }));
+        players.clear();
+        // Only the feeder's own listener and feed and accept threads remain.
+        EXPECT_TRUE(runUntil([&] { return test::openDescriptorCount() == descriptors + 1; }))
+            << test::openDescriptorCount() << " descriptors, " << descriptors << " before";
+        EXPECT_TRUE(runUntil([&] { return test::countEntries("/proc/self/task") == threads + 2; }))
+            << test::countEntries("/proc/self/task") << " threads, " << threads << " before";
+    }
+    EXPECT_EQ(test::openDescriptorCount(), descriptors);
+    EXPECT_EQ(test::countEntries("/proc/self/task"), threads);
+}
+
+TEST_F(RelayController, PlayersEndWhenTheConnectionStopsStreaming) {
+    BroadcastController relay(source_);
+    relay.startFeeding();
+    RelayClient a(relay.listeningPort()), b(relay.listeningPort());
+    ASSERT_TRUE(
+        feedUntil(relay, 1000, [&] { return blocksOf(a, 1000, true) >= 1 && blocksOf(b, 1000, true) >= 1; }));
+    source_.state = 3;  // waiting to reconnect
+    EXPECT_TRUE(runUntil([&] { return a.ended() && b.ended(); }));
+    relay.disposeOwner();
+    // A feeder whose connection is gone serves nobody new.
+    RelayClient late(relay.listeningPort());
+    EXPECT_TRUE(runUntil([&] { return late.ended(); }));
+    EXPECT_EQ(late.receivedSize(), 0u);
+}
+
+}  // namespace
+}  // namespace quillon

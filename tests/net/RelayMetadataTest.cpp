@@ -1,0 +1,120 @@
+// The bytes a relay makes on its own: the ICY metadata block for a title and the
+// playlist file that points a player at the relay.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <fstream>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "net/BroadcastController.h"
+#include "net/Broadcaster.h"
+#include "net/RelayPlaylist.h"
+#include "platform/Home.h"
+
+namespace quillon {
+namespace {
+
+std::string textOf(const Bytes& block) { return std::string(block.begin() + 1, block.end()); }
+
+TEST(RelayMetadata, BlockLengthAndPaddingFollowTheTextLength) {
+    struct Case {
+        std::string title;
+        int units;  // the length byte
+    };
+    // The text adds 28 characters to the title: "StreamTitle='" and "';StreamUrl='';".
+    const Case cases[] = {
+        {"", 2},                    // 28 characters
+        {"abc", 2},                 // 31
+        {"abcd", 3},                // 32: a whole number of units still gets one more (48 bytes)
+        {std::string(32, 'x'), 4},  // 60
+        {std::string(36, 'x'), 5},  // 64
+        {std::string(20, 'x'), 4},  // 48
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.title);
+        Bytes block = BroadcastController::metadataBlock(c.title);
+        ASSERT_EQ(block[0], c.units);
+        ASSERT_EQ(block.size(), 1u + 16u * c.units);
+        std::string text = "StreamTitle='" + c.title + "';StreamUrl='';";
+        EXPECT_EQ(textOf(block).substr(0, text.size()), text);
+        EXPECT_EQ(textOf(block).find_first_not_of('\0', text.size()), std::string::npos);
+        EXPECT_GT(block.size() - 1, text.size());
+    }
+}
+
+TEST(RelayMetadata, TitlesAreSentOneBytePerCharacter) {
+    struct Case {
+        std::string title;
+        std::string bytes;
+    };
+    const Case cases[] = {
+        {"Caf\xC3\xA9 - D\xC3\xBC", "Caf\xE9 - D\xFC"},  // Latin-1 letters as one byte each
+        {"\xE2\x82\xAC 5", "? 5"},                       // the euro sign has no byte: '?'
+        {"\xE6\x97\xA5\xE6\x9C\xAC", "??"},              // two characters, two bytes
+    };
+    for (const auto& c : cases) {
+        Bytes block = BroadcastController::metadataBlock(c.title);
+        std::string text = "StreamTitle='" + c.bytes + "';StreamUrl='';";
+        EXPECT_EQ(textOf(block).substr(0, text.size()), text);
+        EXPECT_EQ(block[0], text.size() / 16 + 1);
+    }
+}
+
+TEST(RelayMetadata, OverlongTitleIsCutToWhatTheLengthByteCanCount) {
+    Bytes block = BroadcastController::metadataBlock(std::string(5000, 'y'));
+    EXPECT_EQ(block[0], 255);
+    ASSERT_EQ(block.size(), 1u + 255u * 16u);
+    std::string text = textOf(block);
+    // Still a complete title field, followed by at least one zero byte.
+    EXPECT_EQ(text.substr(text.find('\0') - 15, 15), "';StreamUrl='';");
+    EXPECT_EQ(text.back(), '\0');
+}
+
+TEST(RelayMetadata, BacklogBoundIsThirtySecondsOfTheStream) {
+    EXPECT_EQ(Broadcaster::backlogLimit(128), 30u * 16000u);
+    EXPECT_EQ(Broadcaster::backlogLimit(8), 30u * 1000u);
+    // Unknown rates are taken at the highest MP3 rate rather than dropping early.
+    EXPECT_EQ(Broadcaster::backlogLimit(0), Broadcaster::backlogLimit(320));
+}
+
+TEST(RelayPlaylistFile, WrittenInPlaceWithOrWithoutTitle) {
+    const std::string path = homePath("restream.pls");
+    RelayPlaylist::setPath(path);
+    struct Case {
+        std::optional<std::string> title;
+        std::string expected;
+    };
+    const Case cases[] = {
+        {"Jazz FM", "[playlist]\nNumberOfEntries=1\nFile1=http://localhost:9001\nTitle1=Jazz FM"},
+        {std::nullopt, "[playlist]\nNumberOfEntries=1\nFile1=http://localhost:9001"},
+    };
+    for (const auto& c : cases) {
+        ASSERT_TRUE(RelayPlaylist::write(9001, c.title));
+        std::ifstream in(path, std::ios::binary);
+        std::stringstream got;
+        got << in.rdbuf();
+        // The shorter form must not keep the tail of the longer one.
+        EXPECT_EQ(got.str(), c.expected);
+    }
+    RelayPlaylist::setPath("");
+    EXPECT_EQ(RelayPlaylist::path(), "/tmp/kv.qln.restream.pls");
+}
+
+TEST(RelayPlaylistFile, PlayerCommandGetsThePlaylistPath) {
+    const std::string folder = homePath("player-copy");
+    ASSERT_TRUE(makeFolders(folder));
+    RelayPlaylist::setPath(homePath("my list.pls"));  // a blank in the path
+    ASSERT_TRUE(RelayPlaylist::write(9000, std::string("Radio")));
+    ASSERT_TRUE(RelayPlaylist::open("cp -t '" + folder + "'"));
+    // The command runs in the background; give it a moment to finish.
+    for (int i = 0; i < 200 && !fileExists(joinPath(folder, "my list.pls")); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_TRUE(fileExists(joinPath(folder, "my list.pls")));
+    RelayPlaylist::setPath("");
+}
+
+}  // namespace
+}  // namespace quillon
