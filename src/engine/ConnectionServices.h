@@ -7,6 +7,8 @@
 #include <memory>
 #include <string>
 
+#include "platform/ByteBuffer.h"
+
 namespace quillon {
 
 class Ripper;
@@ -21,6 +23,10 @@ public:
     virtual void listenOnce() = 0;
     // Called before the relay is dropped, while the connection still exists.
     virtual void disposeOwner() = 0;
+    // Each audio block as it is cut from the stream (metadata removed), shared
+    // read-only with every player. Called by the connection's reader thread
+    // under its buffer lock: must not block.
+    virtual void feed(std::shared_ptr<const Bytes> block) = 0;
 };
 
 // A title source that polls a station's web page for track titles.

@@ -98,7 +98,11 @@ void Ripper::initAll() {
 void Ripper::close() {
     if (relay_) {
         relay_->disposeOwner();
-        relay_.reset();
+        // The reader feeds the relay under the buffer lock; the relay's own
+        // threads are joined outside it.
+        std::unique_ptr<ConnectionRelay> gone;
+        std::lock_guard b(bufferLock_);
+        gone.swap(relay_);
     }
     shutdownSocket();
     tryAgain_ = false;
@@ -200,6 +204,13 @@ std::string Ripper::bitrateImage() const {
 }
 
 int Ripper::clientsCount() const { return relay_ ? relay_->count() : 0; }
+
+void Ripper::refreshStatus() {
+    std::weak_ptr<bool> alive = alive_;
+    MainLoop::main().post([this, alive] {
+        if (auto a = alive.lock(); a && *a) owner_.refreshDetails(*this);
+    });
+}
 
 int Ripper::filledValue() const {
     std::lock_guard lock(writerMutex_);
@@ -367,7 +378,10 @@ void Ripper::readStreaming(TCPSocket& socket) {
         std::lock_guard w(writerMutex_);
         fileBuffer_->initValues(bitRate_);
     }
-    if (relay_) relay_->startFeeding();
+    {
+        std::lock_guard b(bufferLock_);
+        if (relay_) relay_->startFeeding();
+    }
     if (!useMeta_) {
         if (prefs().getState("split")) {
             trackSplit_ = true;
@@ -481,6 +495,7 @@ bool Ripper::getData(Bytes& block) {
         if (primaryBuffer_.size() < size + kLookahead) return false;
         primaryBuffer_.getBytesInto(size, block);
         relayBuffer_.append(block);
+        if (relay_) relay_->feed(std::make_shared<const Bytes>(block));
         if (hasMeta_) {
             auto length = static_cast<std::int8_t>(primaryBuffer_[0]);
             primaryBuffer_.dropFront(1);

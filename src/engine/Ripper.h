@@ -90,6 +90,9 @@ public:
     void setServePort(std::uint16_t port) { servePort_ = port; }
     std::chrono::system_clock::time_point connectionDate() const;
     int clientsCount() const;
+    // Has the owner redraw this connection's details soon, on the main thread;
+    // returns at once (the relay calls it when players leave).
+    void refreshStatus();
     int filledValue() const;
     unsigned errorCount() const { return errorCount_; }
     std::uint64_t bytesRead() const { return bytesRead_; }
