@@ -43,6 +43,7 @@ struct RecordArgs {
     std::string duration;
     std::string folder;
     bool relayOnly = false;
+    bool listen = false;
     bool quiet = false;
 };
 
@@ -54,6 +55,7 @@ int runRecord(const RecordArgs& args) {
             throw UsageError("not a duration: " + args.duration + " (use e.g. 90s, 5m, 2h or seconds)");
     }
     options.relayOnly = args.relayOnly;
+    options.listen = args.listen;
     options.folder = args.folder.empty() ? RecordSession::defaultFolder() : args.folder;
     options.statusLine = !args.quiet;
     std::string failure;
@@ -79,6 +81,9 @@ void addRecordCommand(CLI::App& app, CommandRunner& runner) {
         ->required();
     cmd->add_option("--for", args->duration, "Stop after this long: 90s, 5m, 2h or plain seconds");
     cmd->add_flag("--relay-only", args->relayOnly, "Relay the stream without writing files");
+    cmd->add_flag(
+        "--listen", args->listen,
+        "Open the relay in the player (preference playerCommand, default xdg-open) once streaming starts");
     cmd->add_option("--to", args->folder,
                     "Recordings folder for this run (default: the configured one, else ~/Music)");
     cmd->add_flag("-q,--quiet", args->quiet, "No live status line");

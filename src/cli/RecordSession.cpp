@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include "engine/RipperRelay.h"
 #include "history/HistoryTrackLog.h"
 #include "platform/DefaultsStore.h"
 #include "platform/Home.h"
@@ -20,6 +21,15 @@ namespace quillon {
 namespace {
 volatile std::sig_atomic_t interrupted = 0;
 extern "C" void onInterrupt(int) { interrupted = 1; }
+
+// Told on the connection's thread; printed on the main thread, which also draws
+// the status line.
+void announceRelay(std::uint16_t port) {
+    MainLoop::main().post([port] {
+        const char* clear = ::isatty(STDERR_FILENO) ? "\r\x1b[K" : "";
+        std::fprintf(stderr, "%sRelay: http://127.0.0.1:%u/\n", clear, static_cast<unsigned>(port));
+    });
+}
 
 std::string humanBytes(std::uint64_t bytes) {
     if (bytes < 1024 * 1024) return fmt::format("{:.1f} KiB", bytes / 1024.0);
@@ -89,7 +99,9 @@ int RecordSession::run(const Bookmark& bookmark) {
     loop.runUntil([] { return true; }, 0);  // this thread is the main thread from here on
     ConnectionServices services;
     services.history = std::make_shared<HistoryTrackLog>();  // the shared history, loaded when first used
-    ripper_ = std::make_unique<Ripper>(*this, bookmark, options_.relayOnly, false, std::move(services));
+    services.makeRelay = RipperRelay::factory(announceRelay);
+    ripper_ =
+        std::make_unique<Ripper>(*this, bookmark, options_.relayOnly, options_.listen, std::move(services));
     auto redraw = loop.addTimer(
         0.5, [this] { drawStatusLine(false); }, true);
     double limit = options_.seconds.value_or(1e9);

@@ -18,6 +18,7 @@ class Bookmark;
 struct RecordOptions {
     std::optional<double> seconds;  // stop after this long
     bool relayOnly = false;
+    bool listen = false;     // open the relay in the player once streaming starts
     std::string folder;      // the recordings folder
     bool statusLine = true;  // redraw a status line on stderr
     // Stop once this many tracks are finished, i.e. cut and closed (the demo);
