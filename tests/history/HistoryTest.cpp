@@ -293,13 +293,18 @@ TEST_F(HistoryTest, ConcurrentAdditionsFromRecordingThreads) {
     constexpr int kItems = 25;
     std::atomic<bool> stop{false};
     std::atomic<int> found{0};
+    // Three days, so that days are created while others are saved. (The dates
+    // are made here: mktime's first time-zone set-up is not for several threads.)
+    std::vector<std::chrono::system_clock::time_point> dates;
+    for (int t = 0; t < kThreads; ++t) {
+        for (int i = 0; i < kItems; ++i) dates.push_back(localDate(2008, 7, 5 + (i % 3), 9, t, i % 60));
+    }
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&, t] {
             for (int i = 0; i < kItems; ++i) {
-                // Three days, so that days are created while others are saved.
-                auto item = makeItem(fmt::format("Thread {} - Track {}", t, i), "r",
-                                     localDate(2008, 7, 5 + (i % 3), 9, t, i % 60), true);
+                auto item =
+                    makeItem(fmt::format("Thread {} - Track {}", t, i), "r", dates[t * kItems + i], true);
                 history.addObjectToHistory(item);
                 item->setPath("/tmp/" + item->trackName());  // as a connection does after adding
                 if (history.existsInDatabase(item->trackName())) ++found;
