@@ -124,7 +124,8 @@ void Ripper::setFileName(const std::string& newTitle) {
     if (prefs().getState("log") && history) {
         if (currentItem_) {
             if (trackNum_ >= 2) currentItem_->setComplete(true);
-            currentItem_->setPath(finished.value_or(""));
+            // A skipped track keeps pointing at the earlier recording.
+            if (!currentItem_->skipped()) currentItem_->setPath(finished.value_or(""));
         }
         auto item = history->newItem(title, bookmark_->name().value_or(""), trackNum_);
         if (prefs().getState("skip")) {
@@ -159,7 +160,7 @@ void Ripper::setFileName(const std::string& newTitle) {
         std::lock_guard lock(infoMutex_);
         filename_ = path;
     }
-    if (currentItem_) currentItem_->setPath(path);
+    if (currentItem_ && !currentItem_->skipped()) currentItem_->setPath(path);
     setupFile(true);
 }
 

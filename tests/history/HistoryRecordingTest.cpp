@@ -147,13 +147,14 @@ TEST_F(HistoryRecordingTest, SkipRecordsKnownTitlesToTheNullDevice) {
     EXPECT_TRUE(std::filesystem::exists(joinPath(folder_, options.titles[1] + ".mp3")));
     EXPECT_TRUE(std::filesystem::exists(joinPath(folder_, options.titles[3] + ".mp3")));
 
-    // Later saves of the day keep it marked skipped.
+    // Later saves of the day keep it marked skipped and pointing at the earlier file.
     auto onDisk = itemsOnDisk();
     auto found = std::find_if(onDisk.begin(), onDisk.end(), [&](const auto& item) {
         return item->trackName() == known && item->tracknum() == 2;
     });
     ASSERT_NE(found, onDisk.end());
     EXPECT_TRUE((*found)->skipped());
+    EXPECT_EQ((*found)->path(), earlierFile);
 }
 
 }  // namespace
