@@ -113,7 +113,10 @@ void Ripper::close() {
 void Ripper::userClose() {
     off_ = true;
     autolisten_ = false;
-    genericTitle_.reset();
+    {
+        std::lock_guard info(infoMutex_);
+        genericTitle_.reset();
+    }
     sleepWake_.notify_all();
     close();
 }
@@ -203,7 +206,10 @@ std::string Ripper::bitrateImage() const {
     return "low.psd";
 }
 
-int Ripper::clientsCount() const { return relay_ ? relay_->count() : 0; }
+int Ripper::clientsCount() const {
+    std::lock_guard lock(bufferLock_);  // close() drops the relay under it
+    return relay_ ? relay_->count() : 0;
+}
 
 void Ripper::refreshStatus() {
     std::weak_ptr<bool> alive = alive_;

@@ -171,7 +171,7 @@ private:
     std::shared_ptr<TrackHistoryEntry> currentItem_;
 
     std::string lname_;
-    std::optional<std::string> genericTitle_;
+    std::optional<std::string> genericTitle_;  // under infoMutex_
     std::atomic<unsigned> bufferSize_{8192};
     std::atomic<unsigned> bitRate_{0};
     std::atomic<bool> hasMeta_{false};

@@ -55,7 +55,10 @@ std::string Ripper::trackNumber(const std::string& text) {
 }
 
 std::string Ripper::genericTitle() {
-    if (genericTitle_) return *genericTitle_;
+    {
+        std::lock_guard lock(infoMutex_);
+        if (genericTitle_) return *genericTitle_;
+    }
     useMeta_ = false;
     if (prefs().getState("split")) {
         trackSplit_ = true;
@@ -71,6 +74,7 @@ std::string Ripper::genericTitle() {
     std::string text =
         fmt::format("{}-({}{})", title(), date, TimeUtil::formatTime(local.tm_hour, local.tm_min, mode));
     genericName_ = true;
+    std::lock_guard lock(infoMutex_);
     genericTitle_ = text;
     return text;
 }
