@@ -135,7 +135,10 @@ std::string ActivityController::downloadPath() {
     return recordsFolder_ ? *recordsFolder_ : StorageFolder::records().storageFolder();
 }
 
-void ActivityController::refreshDetails(Ripper&) { refreshStatus(); }
+void ActivityController::refreshDetails(Ripper& changed) {
+    ui_.connectionChanged(changed);
+    refreshStatus();
+}
 
 // ---- the list ---------------------------------------------------------------
 

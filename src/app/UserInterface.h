@@ -12,6 +12,8 @@
 
 namespace quillon {
 
+class Ripper;
+
 class UserInterface {
 public:
     virtual ~UserInterface() = default;
@@ -37,6 +39,10 @@ public:
     // The activity list, a connection's state or the selection changed: time
     // to render the activity view again. Calls are batched by the caller.
     virtual void activityChanged() {}
+    // A connection's state changed, told at once (unbatched) on the main
+    // thread, possibly while the connection is being made: read it, change
+    // nothing.
+    virtual void connectionChanged(const Ripper& /*connection*/) {}
 };
 
 }  // namespace quillon

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <vector>
 
 #include "cli/LocationBookmark.h"
 #include "cli/RecordSession.h"
@@ -39,7 +40,7 @@ std::optional<double> parseDuration(std::string_view text) {
 namespace {
 
 struct RecordArgs {
-    std::string location;
+    std::vector<std::string> locations;
     std::string duration;
     std::string folder;
     bool relayOnly = false;
@@ -58,17 +59,23 @@ int runRecord(const RecordArgs& args) {
     options.listen = args.listen;
     options.folder = args.folder.empty() ? RecordSession::defaultFolder() : args.folder;
     options.statusLine = !args.quiet;
-    std::string failure;
-    auto bookmark = bookmarkFromArgument(args.location, failure);
-    if (!bookmark) {
-        std::fprintf(stderr, "quillon: %s\n", failure.c_str());
-        return 1;
+    std::vector<std::shared_ptr<Bookmark>> bookmarks;
+    for (const auto& location : args.locations) {
+        std::string failure;
+        auto bookmark = bookmarkFromArgument(location, failure);
+        if (!bookmark) {
+            std::fprintf(stderr, "quillon: %s\n", failure.c_str());
+            return 1;
+        }
+        bookmarks.push_back(std::move(bookmark));
     }
-    std::fprintf(stderr, "Recording %s (%s:%s%s) into %s\n", bookmark->name().value_or("").c_str(),
-                 bookmark->host().value_or("").c_str(), bookmark->port().value_or("").c_str(),
-                 bookmark->path().c_str(), options.folder.c_str());
+    bookmarks = RecordSession::namedApart(bookmarks);
+    for (const auto& bookmark : bookmarks)
+        std::fprintf(stderr, "Recording %s (%s:%s%s) into %s\n", bookmark->name().value_or("").c_str(),
+                     bookmark->host().value_or("").c_str(), bookmark->port().value_or("").c_str(),
+                     bookmark->path().c_str(), options.folder.c_str());
     RecordSession session(options);
-    return session.run(*bookmark);
+    return session.run(bookmarks);
 }
 
 }  // namespace
@@ -76,8 +83,9 @@ int runRecord(const RecordArgs& args) {
 void addRecordCommand(CLI::App& app, CommandRunner& runner) {
     auto args = std::make_shared<RecordArgs>();
     CLI::App* cmd = app.add_subcommand("record", "Record a stream in the foreground, one file per track");
-    cmd->add_option("location", args->location,
-                    "A bookmark's name or .qlnbk file, a stream URL, a playlist URL or a playlist file")
+    cmd->add_option("location", args->locations,
+                    "One or more, recorded side by side: a bookmark's name or .qlnbk file, a stream URL, a "
+                    "playlist URL or a playlist file")
         ->required();
     cmd->add_option("--for", args->duration, "Stop after this long: 90s, 5m, 2h or plain seconds");
     cmd->add_flag("--relay-only", args->relayOnly, "Relay the stream without writing files");
@@ -88,8 +96,9 @@ void addRecordCommand(CLI::App& app, CommandRunner& runner) {
                     "Recordings folder for this run (default: the configured one, else ~/Music)");
     cmd->add_flag("-q,--quiet", args->quiet, "No live status line");
     cmd->footer(
-        "Stops on Ctrl-C, after --for, or when the connection stops for good. Exits 1 when the stream\n"
-        "could not be reached, with the reason.");
+        "Shows one status line per connection and each connection's relay address. Stops on Ctrl-C,\n"
+        "after --for, or when every connection has stopped for good. Exits 1 when a stream could not\n"
+        "be reached, with the reason.");
     cmd->callback([args, &runner] { runner = [args] { return runRecord(*args); }; });
 }
 

@@ -6,7 +6,7 @@
 
 namespace quillon {
 
-// quillon record LOCATION|BOOKMARK [--for DURATION] [--relay-only] [--to FOLDER]
+// quillon record LOCATION|BOOKMARK... [--for DURATION] [--relay-only] [--listen] [--to FOLDER]
 void addRecordCommand(CLI::App& app, CommandRunner& runner);
 
 // "90s", "5m", "2h" or plain seconds; nothing for anything else.

@@ -2,17 +2,20 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 
 #include <fmt/format.h>
 
+#include "app/ActivityController.h"
+#include "engine/Ripper.h"
 #include "engine/RipperRelay.h"
 #include "history/HistoryTrackLog.h"
 #include "platform/DefaultsStore.h"
+#include "platform/Desktop.h"
 #include "platform/Home.h"
 #include "platform/MainLoop.h"
-#include "platform/TextUtil.h"
 #include "store/Bookmark.h"
 #include "store/Preferences.h"
 
@@ -22,19 +25,19 @@ namespace {
 volatile std::sig_atomic_t interrupted = 0;
 extern "C" void onInterrupt(int) { interrupted = 1; }
 
-// Told on the connection's thread; printed on the main thread, which also draws
-// the status line.
-void announceRelay(std::uint16_t port) {
-    MainLoop::main().post([port] {
-        const char* clear = ::isatty(STDERR_FILENO) ? "\r\x1b[K" : "";
-        std::fprintf(stderr, "%sRelay: http://127.0.0.1:%u/\n", clear, static_cast<unsigned>(port));
-    });
-}
-
 std::string humanBytes(std::uint64_t bytes) {
     if (bytes < 1024 * 1024) return fmt::format("{:.1f} KiB", bytes / 1024.0);
     return fmt::format("{:.1f} MiB", bytes / (1024.0 * 1024.0));
 }
+
+std::string location(const Bookmark& b) {
+    return b.host().value_or("") + ":" + b.port().value_or("") + b.path();
+}
+
+bool sameLocation(const Bookmark& a, const Bookmark& b) {
+    return a.host() == b.host() && a.port() == b.port() && a.path() == b.path();
+}
+
 }  // namespace
 
 RecordSession::RecordSession(RecordOptions options) : options_(std::move(options)) {}
@@ -47,83 +50,205 @@ std::string RecordSession::defaultFolder() {
     return homePath("Music");
 }
 
-std::uint16_t RecordSession::firstFreeRelay() {
-    int port = intValue(Preferences::preferences()->getParam("relayPort"));
-    return static_cast<std::uint16_t>(port > 0 ? port : 9000);
-}
-
-void RecordSession::refreshDetails(Ripper& changed) {
-    if (changed.isStreaming()) everStreamed_ = true;
-}
-
-bool RecordSession::finished() {
-    if (interrupted) return true;
-    if (!ripper_) return true;
-    if (options_.finishedTracks > 0 && ripper_->trackCount() > options_.finishedTracks) {
-        // The cut into the newest file is made with the block after its title;
-        // wait for that block so the previous track is closed.
-        if (bytesAtLastTrack_ == 0) bytesAtLastTrack_ = ripper_->bytesRead();
-        if (ripper_->bytesRead() > bytesAtLastTrack_ + ripper_->bufferSize()) return true;
+std::vector<std::shared_ptr<Bookmark>> RecordSession::namedApart(
+    const std::vector<std::shared_ptr<Bookmark>>& given) {
+    std::vector<std::shared_ptr<Bookmark>> out;
+    for (const auto& original : given) {
+        auto b = original->copyAs<Bookmark>();
+        b->setFilePath(original->filePath());
+        const std::string base = b->name().value_or("");
+        bool repeated = false;
+        for (int n = 2;; ++n) {
+            auto clash =
+                std::find_if(out.begin(), out.end(), [&](const auto& o) { return o->name() == b->name(); });
+            if (clash == out.end()) break;
+            if (sameLocation(**clash, *b)) {
+                repeated = true;
+                break;
+            }
+            b->setName(base + " " + std::to_string(n));
+            b->setFilePath("");
+        }
+        if (repeated) {
+            std::fprintf(stderr, "quillon: %s is given twice; it is recorded once\n", location(*b).c_str());
+            continue;
+        }
+        out.push_back(std::move(b));
     }
-    return ripper_->stoppedForGood();
+    return out;
+}
+// ---- UserInterface ----------------------------------------------------------
+
+void RecordSession::alert(const std::string&, const std::string& text) { message("quillon: " + text); }
+
+void RecordSession::beep() {
+    if (tty_) std::fputc('\a', stderr);
 }
 
-void RecordSession::drawStatusLine(bool final) {
-    if (!options_.statusLine || !ripper_) return;
-    if (!::isatty(STDERR_FILENO)) {
-        // Into a log or a pipe: one line per change of status, no redrawing.
-        std::string status = ripper_->status();
-        if (status != lastStatus_) std::fprintf(stderr, "%s\n", status.c_str());
-        lastStatus_ = status;
-        return;
-    }
-    std::string line = fmt::format("{}  |  {}  |  buffer {}%", ripper_->status(),
-                                   humanBytes(ripper_->bytesRead()), ripper_->filledValue());
-    std::string padded = line;
-    if (padded.size() < lastLineLength_) padded.append(lastLineLength_ - padded.size(), ' ');
-    lastLineLength_ = line.size();
-    std::fprintf(stderr, "\r%s%s", padded.c_str(), final ? "\n" : "");
+bool RecordSession::confirm(const std::string&, const std::string&, const std::string&, const std::string&) {
+    return false;  // nothing here asks; never remove unasked
+}
+
+std::optional<std::string> RecordSession::chooseFolder(const std::string&, const std::string& text) {
+    message("quillon: " + text);
+    return std::nullopt;
+}
+
+bool RecordSession::reveal(const std::string& path) { return Desktop::reveal(path); }
+
+bool RecordSession::openWithPlayer(const std::string& path) {
+    return Desktop::openWith(Preferences::preferences()->getParam("playerCommand"), path);
+}
+
+void RecordSession::connectionChanged(const Ripper& connection) {
+    bool& streamed = streamed_[&connection];
+    streamed = streamed || connection.isStreaming();
+}
+
+// ---- the view ---------------------------------------------------------------
+
+void RecordSession::eraseStatusLines() {
+    if (!tty_ || linesDrawn_ == 0) return;
+    std::fprintf(stderr, "\r\x1b[K");
+    for (int i = 1; i < linesDrawn_; ++i) std::fprintf(stderr, "\x1b[1A\x1b[K");
+    linesDrawn_ = 0;
+}
+
+void RecordSession::message(const std::string& text) {
+    eraseStatusLines();
+    std::fprintf(stderr, "%s\n", text.c_str());
     std::fflush(stderr);
 }
 
+void RecordSession::drawStatusLines(bool final) {
+    if (!options_.statusLine || !controller_) return;
+    const std::size_t rows = controller_->numberOfRows();
+    auto named = [&](const Ripper& c, const std::string& text) {
+        return rows > 1 ? c.connName() + ": " + text : text;
+    };
+    if (!tty_) {
+        // Into a log or a pipe: one line per change of status, no redrawing.
+        for (std::size_t row = 0; row < rows; ++row) {
+            const Ripper& c = controller_->connectionAt(row);
+            std::string status = c.status();
+            std::string& last = lastStatus_[&c];
+            if (status != last) std::fprintf(stderr, "%s\n", named(c, status).c_str());
+            last = status;
+        }
+        return;
+    }
+    eraseStatusLines();
+    for (std::size_t row = 0; row < rows; ++row) {
+        const Ripper& c = controller_->connectionAt(row);
+        std::string line = named(c, fmt::format("{}  |  {}  |  buffer {}%", c.status(),
+                                                humanBytes(c.bytesRead()), c.filledValue()));
+        std::fprintf(stderr, "\x1b[K%s%s", line.c_str(), row + 1 < rows ? "\n" : "");
+    }
+    linesDrawn_ = static_cast<int>(rows);
+    if (final && rows > 0) {
+        std::fprintf(stderr, "\n");
+        linesDrawn_ = 0;
+    }
+    std::fflush(stderr);
+}
+
+bool RecordSession::finished() {
+    if (interrupted || !controller_) return true;
+    const std::size_t rows = controller_->numberOfRows();
+    if (rows == 0) return true;
+    bool allStopped = true;
+    bool allTracksDone = options_.finishedTracks > 0;
+    for (std::size_t row = 0; row < rows; ++row) {
+        Ripper& c = controller_->connectionAt(row);
+        allStopped = allStopped && c.stoppedForGood();
+        if (!allTracksDone) continue;
+        if (c.trackCount() <= options_.finishedTracks) {
+            allTracksDone = false;
+            continue;
+        }
+        // The cut into the newest file is made with the block after its title;
+        // wait for that block so the previous track is closed.
+        std::uint64_t& mark = bytesAtLastTrack_[&c];
+        if (mark == 0) mark = c.bytesRead();
+        if (c.bytesRead() <= mark + c.bufferSize()) allTracksDone = false;
+    }
+    return allStopped || allTracksDone;
+}
+
+// ---- running ----------------------------------------------------------------
+
 int RecordSession::run(const Bookmark& bookmark) {
+    auto copy = bookmark.copyAs<Bookmark>();
+    copy->setFilePath(bookmark.filePath());
+    return run(std::vector<std::shared_ptr<Bookmark>>{copy});
+}
+
+int RecordSession::run(const std::vector<std::shared_ptr<Bookmark>>& bookmarks) {
     if (!makeFolders(options_.folder)) {
         std::fprintf(stderr, "quillon: cannot create the recordings folder %s\n", options_.folder.c_str());
         return 1;
     }
+    tty_ = ::isatty(STDERR_FILENO) != 0;
     interrupted = 0;
     auto previousInt = std::signal(SIGINT, onInterrupt);
     auto previousTerm = std::signal(SIGTERM, onInterrupt);
 
     MainLoop& loop = MainLoop::main();
     loop.runUntil([] { return true; }, 0);  // this thread is the main thread from here on
+    auto alive = std::make_shared<bool>(true);
+    std::weak_ptr<bool> weak = alive;
     ConnectionServices services;
     services.history = std::make_shared<HistoryTrackLog>();  // the shared history, loaded when first used
-    services.makeRelay = RipperRelay::factory(announceRelay);
-    ripper_ =
-        std::make_unique<Ripper>(*this, bookmark, options_.relayOnly, options_.listen, std::move(services));
+    services.makeRelay = [this, weak](Ripper& ripper) -> std::unique_ptr<ConnectionRelay> {
+        std::string name = ripper.connName();
+        // Told on the connection's thread; printed on the main thread.
+        return std::make_unique<RipperRelay>(ripper, [this, weak, name](std::uint16_t port) {
+            MainLoop::main().post([this, weak, name, port] {
+                if (weak.lock()) message(fmt::format("Relay: http://127.0.0.1:{}/  ({})", port, name));
+            });
+        });
+    };
+    controller_ = std::make_unique<ActivityController>(*this, std::move(services));
+    controller_->setRecordsFolder(options_.folder);
+
+    bool refused = false;
+    auto recentFolder = Preferences::recentFolderPath();
+    for (const auto& b : namedApart(bookmarks)) {
+        // A connection needs a bookmark file; one typed as a location gets
+        // the copy that the recent list keeps of it.
+        if (b->filePath().empty()) b->setFilePath(b->pathInFolder(recentFolder.value_or(options_.folder)));
+        if (Ripper* c = controller_->addRecord(*b, options_.relayOnly, options_.listen)) {
+            streamed_.try_emplace(c, c->isStreaming());
+        } else {
+            refused = true;
+        }
+    }
+
     auto redraw = loop.addTimer(
-        0.5, [this] { drawStatusLine(false); }, true);
+        0.5, [this] { drawStatusLines(false); }, true);
     double limit = options_.seconds.value_or(1e9);
     loop.runUntil([this] { return finished(); }, limit);
     loop.cancelTimer(redraw);
-    drawStatusLine(true);
+    drawStatusLines(true);
 
-    bool streamed = everStreamed_;
-    ripper_->userClose();
-    ripper_.reset();
+    std::vector<std::string> failed;
+    for (std::size_t row = 0; row < controller_->numberOfRows(); ++row) {
+        const Ripper& c = controller_->connectionAt(row);
+        if (!streamed_[&c]) failed.push_back(location(c.bookmark()));
+    }
+    std::string reason;
+    for (const auto& line : log_.lines()) reason = line;
+    *alive = false;
+    controller_.reset();  // ends every connection
     std::signal(SIGINT, previousInt);
     std::signal(SIGTERM, previousTerm);
 
-    if (!streamed) {
-        std::string reason;
-        for (const auto& line : log_.lines()) reason = line;
-        std::fprintf(stderr, "quillon: could not record %s:%s%s: %s\n", bookmark.host().value_or("").c_str(),
-                     bookmark.port().value_or("").c_str(), bookmark.path().c_str(),
-                     reason.empty() ? "no connection" : reason.c_str());
-        return 1;
+    if (!failed.empty()) {
+        for (const auto& where : failed)
+            std::fprintf(stderr, "quillon: could not record %s: %s\n", where.c_str(),
+                         reason.empty() ? "no connection" : reason.c_str());
     }
-    return 0;
+    return failed.empty() && !refused ? 0 : 1;
 }
 
 }  // namespace quillon

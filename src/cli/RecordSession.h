@@ -1,18 +1,26 @@
 #pragma once
-// Records one connection in the foreground: owns the Ripper, shows a live status
-// line, and ends on Ctrl-C, after a set duration, or when the connection stops
-// for good. Runs on the main thread (it runs the main loop).
+// The command line's view of the activity list: records one or more bookmarks
+// side by side in the foreground through an ActivityController, shows one
+// status line per connection and each connection's relay address, and ends on
+// Ctrl-C, after a set duration, or when every connection has stopped for good.
+// Alerts and beeps become messages on stderr; the player and the file browser
+// are the configured desktop programs.
+//
+// Thread contract: main thread only (run() runs the main loop). The relay
+// announcements come from connection threads and are posted to the main loop.
+#include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "engine/Ripper.h"
-#include "engine/RipperOwner.h"
+#include "app/UserInterface.h"
 #include "platform/Log.h"
 
 namespace quillon {
 
+class ActivityController;
 class Bookmark;
 
 struct RecordOptions {
@@ -20,40 +28,57 @@ struct RecordOptions {
     bool relayOnly = false;
     bool listen = false;     // open the relay in the player once streaming starts
     std::string folder;      // the recordings folder
-    bool statusLine = true;  // redraw a status line on stderr
-    // Stop once this many tracks are finished, i.e. cut and closed (the demo);
-    // 0: no limit.
+    bool statusLine = true;  // redraw the status lines on stderr
+    // Stop once every connection has finished this many tracks, i.e. cut and
+    // closed them (the demo); 0: no limit.
     int finishedTracks = 0;
 };
 
-class RecordSession : public RipperOwner {
+class RecordSession : public UserInterface {
 public:
     explicit RecordSession(RecordOptions options);
     ~RecordSession() override;
 
-    // Records until done; returns the exit status (0, or 1 when the connection
-    // never reached the stream).
+    // Records until done; returns the exit status: 0, or 1 when a connection
+    // could not be started or never reached its stream.
+    int run(const std::vector<std::shared_ptr<Bookmark>>& bookmarks);
     int run(const Bookmark& bookmark);
-
-    std::uint16_t firstFreeRelay() override;
-    std::string downloadPath() override { return options_.folder; }
-    void refreshDetails(Ripper& changed) override;
 
     // The recordings folder of the command line: --to, else the defaults-store
     // key "RECORDS_STORAGE_FOLDER", else home + "/Music".
     static std::string defaultFolder();
+    // The bookmarks to record, each named apart ("Name", "Name 2", ...): the
+    // activity list holds one connection per name, and locations named after
+    // their host may share one. The same location given twice is kept once,
+    // with a message.
+    static std::vector<std::shared_ptr<Bookmark>> namedApart(
+        const std::vector<std::shared_ptr<Bookmark>>& given);
+
+    // UserInterface
+    void alert(const std::string& key, const std::string& text) override;
+    void beep() override;
+    bool confirm(const std::string& title, const std::string& message, const std::string& defaultButton,
+                 const std::string& alternateButton) override;
+    std::optional<std::string> chooseFolder(const std::string& key, const std::string& message) override;
+    bool reveal(const std::string& path) override;
+    bool openWithPlayer(const std::string& path) override;
+    void connectionChanged(const Ripper& connection) override;
 
 private:
-    void drawStatusLine(bool final);
+    // Prints a message line above the status lines.
+    void message(const std::string& text);
+    void drawStatusLines(bool final);
+    void eraseStatusLines();
     bool finished();
 
     RecordOptions options_;
-    std::unique_ptr<Ripper> ripper_;
+    std::unique_ptr<ActivityController> controller_;
     Log::Capture log_;
-    bool everStreamed_ = false;
-    std::uint64_t bytesAtLastTrack_ = 0;
-    std::size_t lastLineLength_ = 0;
-    std::string lastStatus_;
+    std::map<const Ripper*, bool> streamed_;  // every connection made, and whether it ever streamed
+    std::map<const Ripper*, std::uint64_t> bytesAtLastTrack_;
+    bool tty_ = false;
+    int linesDrawn_ = 0;
+    std::map<const Ripper*, std::string> lastStatus_;
 };
 
 }  // namespace quillon

@@ -81,7 +81,11 @@ TEST_F(ActivityControllerTest, AddRecordListsSelectsAndRemembersTheConnection) {
     auto copy = Bookmark::resourceFromPath<Bookmark>(recentCopy("Morning Show"));
     ASSERT_NE(copy, nullptr);
     EXPECT_EQ(copy->port(), std::to_string(station_->port()));
-    // The view was told, at least once, to render again.
+    // Every state change was told as it happened; the view was told, at
+    // least once, to render again.
+    ASSERT_TRUE(runUntil([&] { return !ui_.states.empty() && ui_.states.back() == Ripper::Recording; }));
+    ASSERT_GE(ui_.states.size(), 2u);
+    EXPECT_EQ(ui_.states[ui_.states.size() - 2], Ripper::Connecting);
     EXPECT_TRUE(runUntil([&] { return ui_.changes > 0; }));
     EXPECT_TRUE(ui_.alerts.empty());
     EXPECT_EQ(ui_.beeps, 0);

@@ -50,6 +50,10 @@ public:
     }
     bool interactive() const override { return isInteractive; }
     void activityChanged() override { ++changes; }
+    void connectionChanged(const Ripper& connection) override {
+        int state = connection.ripperState();
+        if (states.empty() || states.back() != state) states.push_back(state);
+    }
 
     // Answers.
     bool confirmAnswer = false;
@@ -60,6 +64,7 @@ public:
     std::vector<std::string> alerts, alertTexts, confirmations, chooserKeys, revealed, opened;
     int beeps = 0;
     int changes = 0;
+    std::vector<int> states;  // each state told at once, repeats folded
 };
 
 // A fresh recordings folder, recent list and preferences for every test, the
