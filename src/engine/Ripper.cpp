@@ -96,14 +96,16 @@ void Ripper::initAll() {
 }
 
 void Ripper::close() {
-    if (relay_) {
-        relay_->disposeOwner();
-        // The reader feeds the relay under the buffer lock; the relay's own
-        // threads are joined outside it.
-        std::unique_ptr<ConnectionRelay> gone;
+    // The reader feeds the relay under the buffer lock, and the connection
+    // thread and the main thread may both close; the relay's own threads are
+    // joined outside the lock.
+    std::unique_ptr<ConnectionRelay> gone;
+    {
         std::lock_guard b(bufferLock_);
         gone.swap(relay_);
     }
+    if (gone) gone->disposeOwner();
+    gone.reset();
     shutdownSocket();
     tryAgain_ = false;
     servePort_ = 0;

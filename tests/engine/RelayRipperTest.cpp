@@ -127,6 +127,7 @@ TEST_F(RelayRipperTest, TwentyPlayersGetExactlyTheRecordedAudioWhileAnotherStall
     RelayOwner owner(folder_, 0);
     std::atomic<std::uint16_t> port{0};
     std::vector<std::unique_ptr<RelayClient>> players;
+    std::vector<std::string> received;
     {
         Ripper ripper(owner, *bookmarkFor(station.port()), false, false, relayServices(port));
         ASSERT_TRUE(runUntil([&] { return port != 0; }));
@@ -142,7 +143,8 @@ TEST_F(RelayRipperTest, TwentyPlayersGetExactlyTheRecordedAudioWhileAnotherStall
                 if (readIcy(p->received(), kBlock, true).audio.size() < 12) return false;
             return true;
         }));
-        // What the players got must leave the delay line before the file ends.
+        // What the players got so far must leave the delay line before the file ends.
+        for (auto& p : players) received.push_back(p->received());
         const std::uint64_t reached = ripper.bytesRead();
         ASSERT_TRUE(runUntil([&] { return ripper.bytesRead() > reached + 30 * 16000 + 200000; }));
         ripper.userClose();
@@ -155,7 +157,7 @@ TEST_F(RelayRipperTest, TwentyPlayersGetExactlyTheRecordedAudioWhileAnotherStall
         ASSERT_EQ(static_cast<std::uint8_t>(file[i]), Station::counterByte(kBlock + i)) << "file byte " << i;
     for (std::size_t n = 0; n < players.size(); ++n) {
         SCOPED_TRACE("player " + std::to_string(n));
-        IcyStream got = readIcy(players[n]->received(), kBlock, true);
+        IcyStream got = readIcy(received[n], kBlock, true);
         EXPECT_TRUE(got.wellFormed);
         EXPECT_NE(got.header.find("icy-metaint:16000\r\n"), std::string::npos) << got.header;
         // Each block is a block of the file, later than the one before.
