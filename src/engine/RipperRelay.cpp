@@ -3,6 +3,7 @@
 #include "engine/Ripper.h"
 #include "net/BroadcastController.h"
 #include "net/RelayPlaylist.h"
+#include "platform/Desktop.h"
 #include "store/Preferences.h"
 
 namespace quillon {
@@ -31,7 +32,7 @@ void RipperRelay::listenOnce() {
     std::uint16_t port = controller_->listeningPort();
     if (port == 0) port = ripper_.servePort();
     RelayPlaylist::write(port, ripper_.connName());
-    RelayPlaylist::open(Preferences::preferences()->getParam("playerCommand"));
+    Desktop::openWith(Preferences::preferences()->getParam("playerCommand"), RelayPlaylist::path());
 }
 
 void RipperRelay::disposeOwner() { controller_->disposeOwner(); }

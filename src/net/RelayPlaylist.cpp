@@ -1,18 +1,9 @@
 #include "net/RelayPlaylist.h"
 
-#include <spawn.h>
-#include <sys/wait.h>
-
-#include <cerrno>
 #include <fstream>
 #include <mutex>
-#include <vector>
 
 #include <fmt/format.h>
-
-#include "platform/Log.h"
-
-extern char** environ;
 
 namespace quillon {
 
@@ -47,27 +38,6 @@ bool RelayPlaylist::write(std::uint16_t port, const std::optional<std::string>& 
     file << text(port, title);
     file.close();
     return !file.fail();
-}
-
-bool RelayPlaylist::open(const std::string& command) {
-    const std::string file = path();
-    // The shell puts the player in the background and ends at once, so nothing
-    // is left to reap; the path travels as "$1" and needs no quoting.
-    std::string script =
-        (command.empty() ? std::string(kDefaultCommand) : command) + " \"$1\" </dev/null >/dev/null 2>&1 &";
-    std::vector<std::string> args = {"/bin/sh", "-c", script, "sh", file};
-    std::vector<char*> argv;
-    for (auto& a : args) argv.push_back(a.data());
-    argv.push_back(nullptr);
-    pid_t pid = -1;
-    if (::posix_spawn(&pid, argv[0], nullptr, nullptr, argv.data(), environ) != 0) {
-        Log::info("Unable to open {} with {}", file, command);
-        return false;
-    }
-    int status = 0;
-    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 }  // namespace quillon

@@ -1,6 +1,5 @@
 #pragma once
-// The local playlist file that points a desktop player at a relay, and the
-// launch of the player on it.
+// The local playlist file that points a desktop player at a relay.
 //
 // Thread contract: any thread. The path (settable so that tests do not share the
 // system-wide file) is guarded by a mutex of its own; writing the file is not
@@ -15,7 +14,6 @@ namespace quillon {
 class RelayPlaylist {
 public:
     static constexpr const char* kDefaultPath = "/tmp/kv.qln.restream.pls";
-    static constexpr const char* kDefaultCommand = "xdg-open";
 
     static std::string path();
     // An empty path restores the default.
@@ -26,10 +24,6 @@ public:
     static std::string text(std::uint16_t port, const std::optional<std::string>& title);
     // Writes the file in place (not through a temporary file); false on failure.
     static bool write(std::uint16_t port, const std::optional<std::string>& title);
-    // Runs the player command (a shell command line; empty: xdg-open) with the
-    // playlist's path as its last argument, in the background. False when the
-    // command could not be started.
-    static bool open(const std::string& command);
 };
 
 }  // namespace quillon
