@@ -8,7 +8,6 @@
 #include <string>
 
 #include "net/BroadcastController.h"
-#include "net/Broadcaster.h"
 #include "net/RelayPlaylist.h"
 #include "platform/Home.h"
 
@@ -69,13 +68,6 @@ TEST(RelayMetadata, OverlongTitleIsCutToWhatTheLengthByteCanCount) {
     // Still a complete title field, followed by at least one zero byte.
     EXPECT_EQ(text.substr(text.find('\0') - 15, 15), "';StreamUrl='';");
     EXPECT_EQ(text.back(), '\0');
-}
-
-TEST(RelayMetadata, BacklogBoundIsThirtySecondsOfTheStream) {
-    EXPECT_EQ(Broadcaster::backlogLimit(128), 30u * 16000u);
-    EXPECT_EQ(Broadcaster::backlogLimit(8), 30u * 1000u);
-    // Unknown rates are taken at the highest MP3 rate rather than dropping early.
-    EXPECT_EQ(Broadcaster::backlogLimit(0), Broadcaster::backlogLimit(320));
 }
 
 TEST(RelayPlaylistFile, WrittenInPlaceWithOrWithoutTitle) {
