@@ -421,10 +421,15 @@ void Ripper::readStreaming(TCPSocket& socket) {
 }
 
 void Ripper::startDataLoader() {
-    if (!autolisten_ || !relay_) return;
+    if (!autolisten_) return;
     std::weak_ptr<bool> alive = alive_;
     MainLoop::main().addTimer(timing().autoListenDelay, [this, alive] {
-        if (auto a = alive.lock(); a && *a && relay_) relay_->listenOnce();
+        auto a = alive.lock();
+        if (!a || !*a) return;
+        // The connection's thread may drop the relay at any time; it does so
+        // under the buffer lock. Opening the player does not wait for it.
+        std::lock_guard lock(bufferLock_);
+        if (relay_) relay_->listenOnce();
     });
 }
 
