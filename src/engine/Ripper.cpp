@@ -234,6 +234,9 @@ Bytes Ripper::relayBufferSnapshot() const {
 
 void Ripper::setState(int state) {
     if (state_ == Finished) return;
+    // Once the user has closed the connection, its thread, still unwinding,
+    // must not show it as connecting or recording again.
+    if (off_ && state != Stopped && state != Finished) return;
     state_ = state;
     std::string text;
     switch (state) {

@@ -113,7 +113,8 @@ TEST_F(RipperFaultTest, StreamingFailuresEndInStoppedWithTheirReason) {
              o.titleEvery = 100000;
          },
          "Error getting name : stream sync failed"},
-        {"silence after header", [](StationOptions& o) { o.silentAfterHeader = true; }, "TCP read timeout (", 0.3},
+        {"silence after header", [](StationOptions& o) { o.silentAfterHeader = true; }, "TCP read timeout (",
+         0.3},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
@@ -184,6 +185,24 @@ TEST_F(RipperFaultTest, ManyConnectionsLeaveNoDescriptorOrThreadBehind) {
     ASSERT_TRUE(runUntil([&] { return station.clientCount() == 0; }));
     EXPECT_EQ(countEntries("/proc/self/fd"), fdsBefore);
     EXPECT_LE(countEntries("/proc/self/task"), threadsBefore + 1);
+}
+
+TEST_F(RipperFaultTest, ClosingWhileTheFirstBlocksAreReadEndsInStopped) {
+    StationOptions options = counterStation();
+    options.silentAfterHeader = true;
+    Station station(options);
+    station.start();
+    RecordingOwner owner(folder_);
+    {
+        Ripper ripper(owner, *bookmarkFor(station.port()), false, false);
+        // The header is in; the thread now waits for audio that never comes.
+        ASSERT_TRUE(runUntil([&] { return ripper.ripperState() == Ripper::Recording; }));
+        ripper.userClose();
+        ASSERT_TRUE(runUntil([&] { return ripper.stoppedForGood(); }));
+    }
+    // The unwinding thread shows nothing after the user's stop.
+    std::vector<int> tail(owner.states().end() - 2, owner.states().end());
+    EXPECT_EQ(tail, (std::vector<int>{R, S}));
 }
 
 TEST_F(RipperFaultTest, AfterInvalidateTheStateStaysFinished) {
