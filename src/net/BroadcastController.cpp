@@ -207,6 +207,9 @@ void BroadcastController::feedStreams() {
             // A failed pass loses at most its block; the next one goes on.
         }
     }
+    // Writers sleep until data comes; tell them at once that none will.
+    std::lock_guard lock(playersMutex_);
+    for (auto& player : clients_) player->wake();
 }
 
 bool BroadcastController::snapshot(Snapshot& out) const {

@@ -14,7 +14,10 @@ namespace quillon {
 
 namespace {
 constexpr unsigned kUnknownBitrate = 320;  // the highest MP3 rate: never too strict
-}
+// An idle writer still looks this many relay cadences apart whether the
+// connection streams, in case no one wakes it.
+constexpr double kIdleCadences = 10;
+}  // namespace
 
 std::size_t Broadcaster::backlogLimit(unsigned kbps) {
     if (kbps == 0) kbps = kUnknownBitrate;
@@ -41,7 +44,15 @@ void Broadcaster::writeDataToBroadcast(Block bytes) {
     std::lock_guard lock(bufferLock_);
     buffered_ += bytes->size();
     buffer_.push_back(std::move(bytes));
-    if (buffered_ > backlogLimit_) dropForBacklog();
+    if (buffered_ > backlogLimit_) {
+        dropForBacklog();
+    } else if (buffered_ > bufferSize_) {
+        {
+            std::lock_guard wakeLock(wakeMutex_);
+            dataReady_ = true;
+        }
+        wake_.notify_one();
+    }
 }
 
 void Broadcaster::dropForBacklog() {
@@ -60,6 +71,14 @@ std::vector<Broadcaster::Block> Broadcaster::getDataFromBroadcast() {
         buffered_ = 0;
     }
     return out;
+}
+
+void Broadcaster::wake() {
+    {
+        std::lock_guard lock(wakeMutex_);
+        woken_ = true;
+    }
+    wake_.notify_one();
 }
 
 bool Broadcaster::firstTime() { return firstTime_.exchange(false); }
@@ -84,7 +103,9 @@ void Broadcaster::setStatus(std::string status) {
 
 bool Broadcaster::pause() {
     std::unique_lock lock(wakeMutex_);
-    wake_.wait_for(lock, std::chrono::duration<double>(timing().relayCadence), [&] { return state_ == 0; });
+    wake_.wait_for(lock, std::chrono::duration<double>(timing().relayCadence * kIdleCadences),
+                   [&] { return state_ == 0 || dataReady_ || woken_; });
+    dataReady_ = woken_ = false;
     return state_ != 0;
 }
 

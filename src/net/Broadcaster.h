@@ -1,8 +1,10 @@
 #pragma once
 // One player connected to a relay: owns the accepted client socket and a writer
 // thread that reads (and ignores) the player's request, sends the upstream
-// header, then every 0.1 second writes whatever audio and metadata the feeder
-// queued for it.
+// header, then writes whatever audio and metadata the feeder queued for it as
+// soon as more than a block's worth waits. The writer sleeps until then (or until
+// woken), not on a fixed cadence: with a hundred players, a wake-up every 0.1
+// second each was most of the relay's CPU.
 //
 // Thread contract: made, started and destroyed by its BroadcastController (the
 // main thread makes and starts it, the feed thread or the feeder's destruction
@@ -57,6 +59,9 @@ public:
     // 1 while active, 0 once stopped or failed.
     int broadcastState() const { return state_; }
     void setBroadcastState(int state);
+    // The connection may have stopped streaming: the writer looks now rather
+    // than at its next idle check.
+    void wake();
     // Whether the player's request has been read; only then is it fed.
     bool ready() const { return ready_; }
     std::string status() const;
@@ -66,7 +71,8 @@ private:
     void stream();
     // Stops the player because it fell too far behind; caller holds bufferLock_.
     void dropForBacklog();
-    // Waits one cadence; false once the player is stopped.
+    // Waits until data is ready, a wake(), a stop, or the idle check is due;
+    // false once the player is stopped.
     bool pause();
 
     BroadcastController& owner_;
@@ -85,8 +91,10 @@ private:
     mutable std::mutex statusMutex_;
     std::string status_;
 
-    std::mutex wakeMutex_;
+    std::mutex wakeMutex_;  // taken after bufferLock_ when both are held
     std::condition_variable wake_;
+    bool dataReady_ = false;  // guarded by wakeMutex_
+    bool woken_ = false;      // guarded by wakeMutex_
     std::thread thread_;
 };
 
