@@ -5,7 +5,7 @@ ASAN_BUILD ?= build-asan
 JOBS       ?= $(shell nproc)
 CMAKE_ARGS ?=
 
-.PHONY: deps build run test test-fast test-asan format clean
+.PHONY: deps build run test test-fast test-asan format clean bench-relay
 
 deps:
 	scripts/install-deps
@@ -30,6 +30,11 @@ test: test-fast test-asan
 
 format:
 	find src tests tools bench -name '*.cpp' -o -name '*.h' | xargs clang-format -i
+
+# Relay CPU, memory and listener rates beside streamripper's relay (about 8 minutes;
+# not part of `make test`). BENCH_ARGS=--quick for a short try-out.
+bench-relay:
+	python3 bench/relay/run.py $(BENCH_ARGS)
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD)
