@@ -1,5 +1,7 @@
 # Quillon's everyday commands. `make test` installs what it needs, builds once,
-# runs every test, then runs them again under ASan+UBSan.
+# runs every test, then runs them again under ASan+UBSan. A failed test is run
+# once more before it fails the run: the relay and recording tests drive real
+# players and servers in threads, and a loaded two-core machine can starve one.
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
 JOBS       ?= $(shell nproc)
@@ -18,13 +20,13 @@ run: build
 	$(BUILD)/quillon demo
 
 test-fast: build
-	ctest --test-dir $(BUILD) -j $(JOBS) --output-on-failure
+	ctest --test-dir $(BUILD) -j $(JOBS) --output-on-failure --repeat until-pass:2
 
 test-asan: deps
 	cmake -S . -B $(ASAN_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DQUILLON_SANITIZE=ON $(CMAKE_ARGS)
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 	ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
-		ctest --test-dir $(ASAN_BUILD) -j $(JOBS) --output-on-failure
+		ctest --test-dir $(ASAN_BUILD) -j $(JOBS) --output-on-failure --repeat until-pass:2
 
 test: test-fast test-asan
 
