@@ -65,9 +65,7 @@ std::string Ripper::genericTitle() {
         trackSize_ = intValue(prefs().getParam("chunkSize"));
     }
     int mode = intValue(prefs().getParam("timeMode"));
-    auto now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
-    std::tm local{};
-    localtime_r(&now, &local);
+    std::tm local = TimeUtil::localParts(std::chrono::system_clock::now());
     int day = local.tm_mday, month = local.tm_mon + 1, year = local.tm_year + 1900;
     std::string date =
         mode == 24 ? fmt::format("{}-{}-{}@", day, month, year) : fmt::format("{}-{}-{}@", month, day, year);

@@ -11,17 +11,11 @@
 #include "platform/Log.h"
 #include "platform/PlistCodec.h"
 #include "platform/TextUtil.h"
+#include "platform/TimeUtil.h"
 
 namespace quillon {
 
 namespace {
-
-std::tm localParts(HistoryDatabase::Date date) {
-    std::time_t t = std::chrono::system_clock::to_time_t(date);
-    std::tm parts{};
-    ::localtime_r(&t, &parts);
-    return parts;
-}
 
 // "00%i" with only the last two characters kept.
 std::string lastTwoDigits(int value) {
@@ -30,7 +24,7 @@ std::string lastTwoDigits(int value) {
 }
 
 std::string keyWith(HistoryDatabase::Date date, char separator) {
-    std::tm parts = localParts(date);
+    std::tm parts = TimeUtil::localParts(date);
     return fmt::format("{}{}{}{}{}", parts.tm_year + 1900, separator, lastTwoDigits(parts.tm_mon + 1),
                        separator, lastTwoDigits(parts.tm_mday));
 }
@@ -253,7 +247,7 @@ const DateFormats& HistoryDatabase::dateFormats() {
 
 std::string HistoryDatabase::formatDate(Date date, std::string_view format) {
     const DateFormats& names = dateFormats();
-    std::tm parts = localParts(date);
+    std::tm parts = TimeUtil::localParts(date);
     auto shortName = [](const std::string& name) { return std::string(utf8Prefix(name, 3)); };
     std::string out;
     for (std::size_t i = 0; i < format.size(); ++i) {

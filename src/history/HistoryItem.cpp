@@ -31,13 +31,6 @@ char32_t lowerCase(char32_t c) {
     return c;
 }
 
-std::tm localParts(HistoryItem::Date date) {
-    std::time_t t = std::chrono::system_clock::to_time_t(date);
-    std::tm parts{};
-    ::localtime_r(&t, &parts);
-    return parts;
-}
-
 }  // namespace
 
 std::string lowerCaseText(std::string_view text) {
@@ -122,7 +115,7 @@ bool HistoryItem::containsKeyword(std::string_view keyword) const {
 std::string HistoryItem::time() const {
     auto when = calDate();
     if (!when) return {};
-    std::tm parts = localParts(*when);
+    std::tm parts = TimeUtil::localParts(*when);
     int mode = intValue(Preferences::preferences()->getParam("timeMode"));
     return TimeUtil::formatTime(parts.tm_hour, parts.tm_min, mode);
 }
@@ -130,7 +123,7 @@ std::string HistoryItem::time() const {
 std::string HistoryItem::date() const {
     auto when = calDate();
     if (!when) return {};
-    std::tm parts = localParts(*when);
+    std::tm parts = TimeUtil::localParts(*when);
     char text[64];
     std::size_t n = std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S %z", &parts);
     return std::string(text, n);

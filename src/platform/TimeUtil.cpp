@@ -14,13 +14,6 @@ namespace quillon {
 
 namespace {
 
-std::tm localParts(TimeUtil::Date date) {
-    std::time_t t = std::chrono::system_clock::to_time_t(date);
-    std::tm parts{};
-    ::localtime_r(&t, &parts);
-    return parts;
-}
-
 std::string twoDigits(long long value) { return padLeft(std::to_string(value), 2); }
 
 }  // namespace
@@ -131,6 +124,13 @@ TimeUtil::Date TimeUtil::firstDateOfWeek(int week, int year) {
     parts.tm_mday = 1 + 7 * week - 7;
     parts.tm_isdst = -1;
     return std::chrono::system_clock::from_time_t(std::mktime(&parts));
+}
+
+std::tm TimeUtil::localParts(Date date) {
+    std::time_t t = std::chrono::system_clock::to_time_t(date);
+    std::tm parts{};
+    ::localtime_r(&t, &parts);
+    return parts;
 }
 
 int TimeUtil::returnWeekNoFromDate(Date date) { return (localParts(date).tm_yday + 1) / 7 + 1; }

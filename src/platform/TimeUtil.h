@@ -7,6 +7,7 @@
 // read in the process's local time zone. threadSleep blocks the calling thread and
 // is for worker threads only, never for the main loop.
 #include <chrono>
+#include <ctime>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -45,6 +46,9 @@ public:
     static int returnWeekNoFromDate(Date date);
     // "<days>D <hours>:<mm>:<ss>", e.g. "0D 1:02:05".
     static std::string intervalRepresentation(double seconds);
+
+    // The date's calendar fields in the local time zone.
+    static std::tm localParts(Date date);
 };
 
 }  // namespace quillon
