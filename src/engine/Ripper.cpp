@@ -85,7 +85,6 @@ void Ripper::initAll() {
     relay_ = services_.makeRelay ? services_.makeRelay(*this) : nullptr;
     {
         std::lock_guard b(bufferLock_);
-        relayBuffer_.clear();
         primaryBuffer_.clear();
     }
     tryAgain_ = true;
@@ -223,11 +222,6 @@ void Ripper::refreshStatus() {
 int Ripper::filledValue() const {
     std::lock_guard lock(writerMutex_);
     return fileBuffer_ ? fileBuffer_->filledValue() : 0;
-}
-
-Bytes Ripper::relayBufferSnapshot() const {
-    std::lock_guard lock(bufferLock_);
-    return Bytes(relayBuffer_.data(), relayBuffer_.data() + relayBuffer_.size());
 }
 
 // ---- status ----------------------------------------------------------------
@@ -510,7 +504,6 @@ bool Ripper::getData(Bytes& block) {
         // The lookahead guarantees that a whole metadata block follows the audio.
         if (primaryBuffer_.size() < size + kLookahead) return false;
         primaryBuffer_.getBytesInto(size, block);
-        relayBuffer_.append(block);
         if (relay_) relay_->feed(std::make_shared<const Bytes>(block));
         if (hasMeta_) {
             auto length = static_cast<std::int8_t>(primaryBuffer_[0]);
@@ -527,7 +520,6 @@ bool Ripper::getData(Bytes& block) {
                 then = Then::Untitled;
             }
         }
-        if (relayBuffer_.size() > 8 * size) relayBuffer_.dropFront(2 * size);
     }
     // Title changes open files and may wait for the main thread: not under the lock.
     if (then == Then::Title) getName(metaScratch_);

@@ -10,7 +10,7 @@
 // One connection thread per start() runs the connect loop and the read loop;
 // it hands the first file set-up and every status refresh to the main thread and
 // waits. Queries may be called from any thread. `bufferLock_` guards the receive
-// and relay buffers, `infoMutex_` the texts shown to the user, `writerMutex_` the
+// buffer and the relay pointer, `infoMutex_` the texts shown to the user, `writerMutex_` the
 // track writer and the current file, `socketMutex_` the socket pointer.
 #include <atomic>
 #include <chrono>
@@ -98,10 +98,6 @@ public:
     std::uint64_t bytesRead() const { return bytesRead_; }
     int trackCount() const { return trackNum_; }
 
-    // The relay's view of the audio: a copy of the recent blocks (at most about
-    // eight), taken under the buffer lock.
-    Bytes relayBufferSnapshot() const;
-
 private:
     // Connection thread.
     void startRipping(std::shared_ptr<TCPSocket> socket);
@@ -161,7 +157,6 @@ private:
 
     mutable std::mutex bufferLock_;
     ByteBuffer primaryBuffer_;
-    ByteBuffer relayBuffer_;
     Bytes readScratch_;
     Bytes blockScratch_;
     Bytes metaScratch_;
