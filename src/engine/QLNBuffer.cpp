@@ -1,12 +1,43 @@
 #include "engine/QLNBuffer.h"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstring>
+#include <new>
+#include <utility>
 
 #include <fmt/format.h>
 
 #include "platform/NamedException.h"
 
 namespace quillon {
+
+QLNBuffer::Pages::Pages(std::size_t bytes) {
+    const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    const std::size_t size = (bytes + page - 1) / page * page;
+    void* p = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (p == MAP_FAILED) throw std::bad_alloc();
+    data_ = static_cast<std::uint8_t*>(p);
+    size_ = size;
+}
+
+QLNBuffer::Pages::~Pages() {
+    if (data_) ::munmap(data_, size_);
+}
+
+QLNBuffer::Pages::Pages(Pages&& other) noexcept
+    : data_(std::exchange(other.data_, nullptr)), size_(std::exchange(other.size_, 0)) {}
+
+QLNBuffer::Pages& QLNBuffer::Pages::operator=(Pages&& other) noexcept {
+    if (this != &other) {
+        if (data_) ::munmap(data_, size_);
+        data_ = std::exchange(other.data_, nullptr);
+        size_ = std::exchange(other.size_, 0);
+    }
+    return *this;
+}
 
 QLNBuffer::QLNBuffer(unsigned seconds, int offset) : bufferSeconds_(seconds), bufferOffset_(offset) {}
 
@@ -17,9 +48,59 @@ void QLNBuffer::initValues(unsigned bitrate) {
     const std::int64_t perSecond = bufferSeconds_ == 0 ? 0 : capacity / bufferSeconds_;
     flushSize_ = perSecond * (static_cast<std::int64_t>(bufferSeconds_ / 2) + bufferOffset_);
     capacity_.store(capacity, std::memory_order_relaxed);
-    // The delay line plus a burst and a few blocks: steady state then appends
-    // without growing the storage.
-    buffer_.reserve(capacity + 4 * kWriteSlack);
+    // The ring grows to the delay line, a burst and a block (a meta interval of
+    // up to 64 KiB) as audio arrives, and no further unless cuts pending far
+    // ahead hold more: streams whose titles change more often than the delay
+    // line lasts keep a smaller ring.
+    ringTarget_ = capacity / 2 + static_cast<std::size_t>(kWriteSlack) + kBlockAllowance;
+}
+
+std::size_t QLNBuffer::storageSize() const {
+    std::lock_guard lock(mutex_);
+    return ringSize_;
+}
+
+void QLNBuffer::ringReserve(std::size_t bytes) {
+    if (bytes <= ringSize_) return;
+    Pages fresh(bytes);
+    auto first = frontFirst(size_);
+    auto second = frontSecond(size_);
+    if (!first.empty()) std::memcpy(fresh.data(), first.data(), first.size());
+    if (!second.empty()) std::memcpy(fresh.data() + first.size(), second.data(), second.size());
+    ring_ = std::move(fresh);
+    ringSize_ = ring_.size();
+    head_ = 0;
+}
+
+void QLNBuffer::ringAppend(std::span<const std::uint8_t> bytes) {
+    if (bytes.empty()) return;
+    if (size_ + bytes.size() > ringSize_) {
+        // Growth by half keeps the cost per byte constant; up to the target it
+        // stops at the target, so that steady state uses no more than that.
+        std::size_t grown = std::max(ringSize_ + ringSize_ / 2, kMinRing);
+        if (ringSize_ < ringTarget_) grown = std::min(grown, ringTarget_);
+        ringReserve(std::max(grown, size_ + bytes.size()));
+    }
+    const std::size_t tail = (head_ + size_) % ringSize_;
+    const std::size_t first = std::min(bytes.size(), ringSize_ - tail);
+    std::memcpy(ring_.data() + tail, bytes.data(), first);
+    if (first < bytes.size()) std::memcpy(ring_.data(), bytes.data() + first, bytes.size() - first);
+    size_ += bytes.size();
+}
+
+void QLNBuffer::ringDrop(std::size_t count) {
+    size_ -= count;
+    head_ = size_ == 0 ? 0 : (head_ + count) % ringSize_;
+}
+
+std::span<const std::uint8_t> QLNBuffer::frontFirst(std::size_t count) const {
+    if (count == 0) return {};
+    return {ring_.data() + head_, std::min(count, ringSize_ - head_)};
+}
+
+std::span<const std::uint8_t> QLNBuffer::frontSecond(std::size_t count) const {
+    const std::size_t first = frontFirst(count).size();
+    return {ring_.data(), count - first};
 }
 
 std::int64_t QLNBuffer::flushSize() const {
@@ -45,9 +126,9 @@ unsigned QLNBuffer::filledValue() const {
 
 void QLNBuffer::addData(std::span<const std::uint8_t> block) {
     std::lock_guard lock(mutex_);
-    buffer_.append(block);
+    ringAppend(block);
     updateHeld();
-    const auto held = static_cast<std::int64_t>(buffer_.size());
+    const auto held = static_cast<std::int64_t>(size_);
     if (!flushEvents_.empty()) {
         // While a cut is pending nothing else is written: the held audio may
         // grow past the delay line until the cut is reached.
@@ -73,7 +154,7 @@ void QLNBuffer::setNewFileHandle(FileHandle file) {
     // cannot go back into the written file: it is made at the front instead,
     // with the next block.
     const std::int64_t position =
-        std::max<std::int64_t>(0, static_cast<std::int64_t>(buffer_.size()) + flushSize_ - line);
+        std::max<std::int64_t>(0, static_cast<std::int64_t>(size_) + flushSize_ - line);
     flushEvents_.push_back(position);
     pendingFiles_.push_back(std::move(file));
 }
@@ -99,24 +180,30 @@ void QLNBuffer::flushBufferLocked(std::int64_t count) {
 
 void QLNBuffer::requireCount(std::int64_t count) const {
     if (count < 0) throw NamedException("QLN BUFFER INCONSISTENT VALUE", "QLN BUFFER INCONSISTENT VALUE");
-    if (static_cast<std::uint64_t>(count) > buffer_.size())
+    if (static_cast<std::uint64_t>(count) > size_)
         throw NamedException(
             "not enough data",
-            fmt::format("trying to get {} bytes, only {} bytes in data object", count, buffer_.size()));
+            fmt::format("trying to get {} bytes, only {} bytes in data object", count, size_));
 }
 
 void QLNBuffer::writeFront(std::size_t count) {
     // A failed write (a full disk) is not a stream failure: the free-space
     // guard stops the recording, and the relay goes on meanwhile.
-    filehandle_.writeAll(buffer_.bytes().first(count));
-    buffer_.dropFront(count);
+    filehandle_.writeAll(frontFirst(count));
+    if (auto rest = frontSecond(count); !rest.empty()) filehandle_.writeAll(rest);
+    ringDrop(count);
     updateHeld();
 }
 
 Bytes QLNBuffer::getData(std::int64_t count) {
     std::lock_guard lock(mutex_);
     requireCount(count);
-    Bytes out = buffer_.getBytes(static_cast<std::size_t>(count));
+    const auto n = static_cast<std::size_t>(count);
+    auto first = frontFirst(n);
+    auto second = frontSecond(n);
+    Bytes out(first.begin(), first.end());
+    out.insert(out.end(), second.begin(), second.end());
+    ringDrop(n);
     updateHeld();
     return out;
 }

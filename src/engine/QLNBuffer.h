@@ -6,13 +6,19 @@
 // gets the audio between its cut and the next; cuts are shifted by the record
 // offset in seconds (negative: earlier).
 //
+// The held audio lives in a ring that grows (by half) as the held audio needs,
+// up to the delay line plus a burst and a block, and past that only while cuts
+// pending far ahead hold more: appending and writing move each byte once, and
+// a long recording keeps the same storage.
+//
 // Thread contract: the connection thread calls addData; the track switch
 // (setNewFileHandle) may run on the connection thread or on the main thread,
-// so one mutex guards the buffer, the current file and the pending cuts.
+// so one mutex guards the ring, the current file and the pending cuts.
 // bufferSize and filledValue are lock-free (atomics) for the user interface.
 #include <atomic>
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <mutex>
 #include <span>
 #include <vector>
@@ -27,6 +33,10 @@ public:
     // Writes are batched: nothing goes to the file until the held bytes exceed
     // the delay line by more than this.
     static constexpr std::int64_t kWriteSlack = 16384;
+    // Room for one block beyond the delay line and a burst.
+    static constexpr std::size_t kBlockAllowance = 65536;
+    // The ring's first size.
+    static constexpr std::size_t kMinRing = 65536;
 
     QLNBuffer(unsigned seconds, int offset);
     QLNBuffer(const QLNBuffer&) = delete;
@@ -59,6 +69,8 @@ public:
     // Pending cut positions, as offsets from the front of the held bytes.
     std::vector<std::int64_t> pendingCuts() const;
     bool hasFileHandle() const;
+    // Bytes of storage the ring has at present.
+    std::size_t storageSize() const;
 
 private:
     // Caller holds mutex_. Raises the getData failures for a count out of range.
@@ -66,10 +78,40 @@ private:
     // Caller holds mutex_ and has checked the count.
     void writeFront(std::size_t count);
     void flushBufferLocked(std::int64_t count);
-    void updateHeld() { held_.store(buffer_.size(), std::memory_order_relaxed); }
+    void updateHeld() { held_.store(size_, std::memory_order_relaxed); }
+
+    // The ring; callers hold mutex_.
+    void ringAppend(std::span<const std::uint8_t> bytes);
+    void ringReserve(std::size_t bytes);
+    void ringDrop(std::size_t count);
+    // The front `count` held bytes as at most two spans, in order.
+    std::span<const std::uint8_t> frontFirst(std::size_t count) const;
+    std::span<const std::uint8_t> frontSecond(std::size_t count) const;
+
+    // The ring's memory: pages of its own, mapped directly, so that a ring
+    // given up on growth goes back to the system at once instead of staying in
+    // the allocator's arenas. Move-only owner of the mapping.
+    class Pages {
+    public:
+        Pages() = default;
+        explicit Pages(std::size_t bytes);  // rounded up to whole pages; throws std::bad_alloc
+        ~Pages();
+        Pages(Pages&& other) noexcept;
+        Pages& operator=(Pages&& other) noexcept;
+        std::uint8_t* data() const { return data_; }
+        std::size_t size() const { return size_; }
+
+    private:
+        std::uint8_t* data_ = nullptr;
+        std::size_t size_ = 0;
+    };
 
     mutable std::mutex mutex_;
-    ByteBuffer buffer_;
+    Pages ring_;
+    std::size_t ringSize_ = 0;
+    std::size_t ringTarget_ = 0;  // where growth pauses; set by initValues
+    std::size_t head_ = 0;        // index of the oldest held byte
+    std::size_t size_ = 0;        // bytes held
     const unsigned bufferSeconds_;
     std::atomic<std::uint32_t> capacity_{0};
     const int bufferOffset_;
