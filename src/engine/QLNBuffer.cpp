@@ -41,6 +41,39 @@ QLNBuffer::Pages& QLNBuffer::Pages::operator=(Pages&& other) noexcept {
 
 QLNBuffer::QLNBuffer(unsigned seconds, int offset) : bufferSeconds_(seconds), bufferOffset_(offset) {}
 
+QLNBuffer::~QLNBuffer() {
+    {
+        std::lock_guard lock(closeMutex_);
+        closerStop_ = true;
+    }
+    closeWake_.notify_all();
+    if (closer_.joinable()) closer_.join();
+}
+
+void QLNBuffer::retire(FileHandle file) {
+    {
+        std::lock_guard lock(closeMutex_);
+        closing_.push_back(std::move(file));
+        if (!closer_.joinable()) closer_ = std::thread([this] { closeLoop(); });
+    }
+    closeWake_.notify_all();
+}
+
+void QLNBuffer::closeLoop() {
+    std::unique_lock lock(closeMutex_);
+    while (true) {
+        closeWake_.wait(lock, [this] { return closerStop_ || !closing_.empty(); });
+        // On stop, what is queued is still flushed before the thread ends.
+        if (closing_.empty()) return;
+        FileHandle file = std::move(closing_.front());
+        closing_.pop_front();
+        lock.unlock();
+        file.sync();
+        file.close();
+        lock.lock();
+    }
+}
+
 void QLNBuffer::initValues(unsigned bitrate) {
     std::lock_guard lock(mutex_);
     const std::uint64_t rate = bitrate == 0 ? 128 : bitrate;
@@ -168,8 +201,7 @@ void QLNBuffer::flushBufferLocked(std::int64_t count) {
     requireCount(count);
     for (std::int64_t& position : flushEvents_) position -= count;
     writeFront(static_cast<std::size_t>(count));
-    filehandle_.sync();
-    filehandle_.close();
+    retire(std::move(filehandle_));
     if (!pendingFiles_.empty()) {
         filehandle_ = std::move(pendingFiles_.front());
         pendingFiles_.pop_front();

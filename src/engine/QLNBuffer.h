@@ -15,12 +15,19 @@
 // (setNewFileHandle) may run on the connection thread or on the main thread,
 // so one mutex guards the ring, the current file and the pending cuts.
 // bufferSize and filledValue are lock-free (atomics) for the user interface.
+// A finished file is flushed to disk and closed on the writer's closer thread
+// (started at the first cut; `closeMutex_` guards its queue), so that the
+// reader does not wait for the disk at every cut. Every byte of the file is
+// written before it is handed over; destruction waits until every finished
+// file is flushed and closed.
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <memory>
 #include <mutex>
 #include <span>
+#include <thread>
 #include <vector>
 
 #include "platform/ByteBuffer.h"
@@ -39,6 +46,7 @@ public:
     static constexpr std::size_t kMinRing = 65536;
 
     QLNBuffer(unsigned seconds, int offset);
+    ~QLNBuffer();
     QLNBuffer(const QLNBuffer&) = delete;
     QLNBuffer& operator=(const QLNBuffer&) = delete;
 
@@ -50,8 +58,9 @@ public:
     // The first file of the writer's life is taken at once; every later one is
     // scheduled as a cut `offset` seconds after the audio received so far.
     void setNewFileHandle(FileHandle file);
-    // Writes the front `count` bytes to the current file, closes it and moves to
-    // the next pending file (the null device when none is pending).
+    // Writes the front `count` bytes to the current file, hands it to the
+    // closer thread to be flushed to disk and closed, and moves to the next
+    // pending file (the null device when none is pending).
     void flushBuffer(std::int64_t count);
     // Takes the front `count` bytes. Raises "QLN BUFFER INCONSISTENT VALUE" for
     // a negative count and "not enough data" for more than is held.
@@ -88,6 +97,10 @@ private:
     std::span<const std::uint8_t> frontFirst(std::size_t count) const;
     std::span<const std::uint8_t> frontSecond(std::size_t count) const;
 
+    // Closer thread: hands a finished file over; the loop flushes and closes.
+    void retire(FileHandle file);
+    void closeLoop();
+
     // The ring's memory: pages of its own, mapped directly, so that a ring
     // given up on growth goes back to the system at once instead of staying in
     // the allocator's arenas. Move-only owner of the mapping.
@@ -121,6 +134,12 @@ private:
     std::deque<std::int64_t> flushEvents_;
     std::deque<FileHandle> pendingFiles_;
     std::atomic<std::size_t> held_{0};
+
+    std::mutex closeMutex_;
+    std::condition_variable closeWake_;
+    std::deque<FileHandle> closing_;
+    bool closerStop_ = false;
+    std::thread closer_;  // declared last: joined before the rest goes
 };
 
 }  // namespace quillon

@@ -1,9 +1,13 @@
-// The writer's ring: bytes that wrap around its end, cuts whose bytes straddle
-// the wrap, growth while cuts are pending far ahead, and storage that stays at
-// the delay line's size however long the recording runs.
+// The writer's storage and files: bytes that wrap around the ring's end, cuts
+// whose bytes straddle the wrap, growth while cuts are pending far ahead,
+// storage that stays at the delay line's size however long the recording runs,
+// and finished files that are whole at the cut and closed by the time the
+// writer is gone.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <filesystem>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -62,6 +66,17 @@ void feedTo(QLNBuffer& writer, std::int64_t& sent, std::int64_t until, std::size
         if (rest[i] != ringPattern(position))
             return ::testing::AssertionFailure() << "held byte " << i << " is out of place";
     return ::testing::AssertionSuccess();
+}
+
+// The files this process has open now.
+std::set<std::string> openFiles() {
+    std::set<std::string> paths;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code error;
+        auto target = std::filesystem::read_symlink(entry.path(), error);
+        if (!error) paths.insert(target.string());
+    }
+    return paths;
 }
 
 }  // namespace
@@ -142,4 +157,31 @@ TEST(QLNBufferRing, TakingBytesAcrossTheWrapKeepsTheirOrder) {
             EXPECT_EQ(front + take + static_cast<std::int64_t>(writer.bufferSize()), sent);
         }
     }
+}
+
+TEST(QLNBufferClose, FinishedFilesAreWholeAtTheCutAndClosedOnceTheWriterIsGone) {
+    std::vector<std::string> paths{freshPath()};
+    std::vector<std::int64_t> cuts;
+    {
+        QLNBuffer writer(60, 0);
+        writer.initValues(128);
+        writer.setNewFileHandle(FileHandle::createForWriting(paths.back()));
+        std::int64_t sent = 0;
+        feedTo(writer, sent, 1'000'000, 16000);
+        // Quick title changes: each cut is made with the next block, so files
+        // are handed over for closing faster than a disk may take them.
+        for (int title = 0; title < 40; ++title) {
+            cuts.push_back(sent);
+            paths.push_back(freshPath());
+            writer.setNewFileHandle(FileHandle::createForWriting(paths.back()));
+            feedTo(writer, sent, sent + 20'000, 16000);
+        }
+        ASSERT_TRUE(writer.pendingCuts().empty());
+        // Every finished file holds all its bytes already, closed or not.
+        EXPECT_TRUE(filesSpellTheStream(paths, cuts, writer, sent));
+        // The current file is open: the look at open files sees ours.
+        ASSERT_EQ(openFiles().count(paths.back()), 1u);
+    }
+    const auto open = openFiles();
+    for (const auto& path : paths) EXPECT_EQ(open.count(path), 0u) << path << " is still open";
 }
