@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "engine/RelayBlockPool.h"
 #include "engine/RipperOwner.h"
 #include "engine/StreamRequest.h"
 #include "net/TCPSocket.h"
@@ -504,7 +505,12 @@ bool Ripper::getData(Bytes& block) {
         // The lookahead guarantees that a whole metadata block follows the audio.
         if (primaryBuffer_.size() < size + kLookahead) return false;
         primaryBuffer_.getBytesInto(size, block);
-        if (relay_) relay_->feed(std::make_shared<const Bytes>(block));
+        if (relay_) {
+            // The relay's blocks come from a pool of this connection thread:
+            // no allocation per block once as many are in flight as will be.
+            thread_local std::shared_ptr<RelayBlockPool> relayBlocks = RelayBlockPool::create();
+            relay_->feed(relayBlocks->make(block));
+        }
         if (hasMeta_) {
             auto length = static_cast<std::int8_t>(primaryBuffer_[0]);
             primaryBuffer_.dropFront(1);
