@@ -7,7 +7,7 @@ ASAN_BUILD ?= build-asan
 JOBS       ?= $(shell nproc)
 CMAKE_ARGS ?=
 
-.PHONY: deps build run test test-fast test-asan format clean bench-relay
+.PHONY: deps build run test test-fast test-asan format clean bench-relay bench-record
 
 deps:
 	scripts/install-deps
@@ -37,6 +37,11 @@ format:
 # not part of `make test`). BENCH_ARGS=--quick for a short try-out.
 bench-relay:
 	python3 bench/relay/run.py $(BENCH_ARGS)
+
+# Recording throughput, CPU and memory beside streamripper and curl (about 15 minutes,
+# up to 11 GiB of temporary files; not part of `make test`). BENCH_ARGS=--quick to try.
+bench-record:
+	python3 bench/record/run.py $(BENCH_ARGS)
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD)

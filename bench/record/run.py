@@ -1,0 +1,717 @@
+#!/usr/bin/env python3
+"""Recording benchmark: `quillon record` side by side with streamripper (default
+splitting and --xs-none) and `curl -o` (the raw loopback-to-disk copy), all
+recording the built-in ICY test station on 127.0.0.1.
+
+Phases (each contender runs against a fresh station of its own):
+  a  one connection at --rate max: throughput through the whole pipeline to disk,
+     timed to the recorder's last write, to its exit, and to its data being on disk
+  b  N connections at real time for T seconds, one process each (and quillon once
+     more with all N in one process): CPU per stream-minute, RSS per connection
+  c  one long run at --rate max: RSS sampled over time, growth from 5% to 99% written
+
+This reports figures; it asserts nothing. The verdicts it prints compare the
+figures of this one run with each other. Every process it starts is stopped by
+its pid; every recording folder is removed after its run.
+"""
+
+import argparse
+import datetime
+import json
+import os
+import platform
+import shutil
+import signal
+import statistics
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+
+ROOT = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", ".."))
+MIB = 1 << 20
+GIB = 1 << 30
+META_INT = 16000
+TITLE_EVERY = 4 * MIB
+RELAY_BASE = 31000
+
+
+# ---- processes ---------------------------------------------------------------
+
+
+class Proc:
+    """A started process, reaped with wait4 so its own rusage is known."""
+
+    def __init__(self, argv, env, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL):
+        self.argv = argv
+        self.started = time.monotonic()
+        self.popen = subprocess.Popen(argv, env=env, stdout=stdout, stderr=stderr)
+        self.pid = self.popen.pid
+        self.ended = None
+        self.status = None
+        self.rusage = None
+        self.hwm_kib = 0  # highest VmHWM seen while it ran
+        self.written = 0  # wchar at the last sample
+        self.last_write = None  # when wchar last grew, seconds after the start
+
+    def sample(self):
+        """Reads its memory figures and write count now (empty once it has ended)."""
+        s = memory_sample(self.pid) if self.ended is None else {}
+        self.hwm_kib = max(self.hwm_kib, s.get("VmHWM", 0))
+        if s.get("wchar", 0) > self.written:
+            self.written = s["wchar"]
+            self.last_write = time.monotonic() - self.started
+        return s
+
+    def poll(self):
+        if self.ended is not None:
+            return True
+        pid, status, rusage = os.wait4(self.pid, os.WNOHANG)
+        if pid == 0:
+            return False
+        self._reaped(status, rusage)
+        return True
+
+    def wait(self, timeout, interval=0.1):
+        """Waits for the end, sampling memory every `interval` seconds."""
+        deadline = time.monotonic() + timeout
+        while not self.poll():
+            if time.monotonic() > deadline:
+                return False
+            self.sample()
+            time.sleep(interval)
+        return True
+
+    def stop(self):
+        """Ends the process if it still runs: SIGTERM, then SIGKILL."""
+        if self.ended is not None:
+            return
+        for sig, grace in ((signal.SIGTERM, 5), (signal.SIGKILL, 5)):
+            try:
+                os.kill(self.pid, sig)
+            except ProcessLookupError:
+                pass
+            if self.wait(grace, 0.02):
+                return
+
+    def _reaped(self, status, rusage):
+        self.ended = time.monotonic()
+        self.status = os.waitstatus_to_exitcode(status)
+        self.rusage = rusage
+        self.popen.returncode = self.status  # so Popen does not reap it again
+
+    @property
+    def wall(self):
+        return (self.ended or time.monotonic()) - self.started
+
+    @property
+    def cpu(self):
+        return self.rusage.ru_utime + self.rusage.ru_stime
+
+    @property
+    def peak_rss_kib(self):
+        # Not ru_maxrss: Linux carries the high-water mark of the forking
+        # process (this Python) across exec into the child's figure.
+        return self.hwm_kib
+
+
+def proc_fields(pid, name, keys):
+    out = {}
+    try:
+        with open(f"/proc/{pid}/{name}") as f:
+            for line in f:
+                key, _, rest = line.partition(":")
+                if key in keys:
+                    out[key] = int(rest.split()[0])
+    except (OSError, ValueError, IndexError):
+        pass
+    return out
+
+
+def memory_sample(pid, detail=False):
+    """RSS figures in KiB and the bytes written so far (wchar) as progress: every
+    recorder here writes its files with write(), while recv() does not count in
+    rchar. With `detail` also PSS and USS (private pages) from smaps_rollup."""
+    sample = proc_fields(pid, "status", {"VmRSS", "VmHWM", "Threads"})
+    sample.update(proc_fields(pid, "io", {"wchar"}))
+    if detail:
+        sample.update(proc_fields(pid, "smaps_rollup", {"Pss", "Private_Clean", "Private_Dirty"}))
+        if "Private_Clean" in sample and "Private_Dirty" in sample:
+            sample["USS"] = sample["Private_Clean"] + sample["Private_Dirty"]
+    return sample
+
+
+# ---- the station ---------------------------------------------------------------
+
+
+class Station:
+    def __init__(self, quillon, home, *options):
+        env = dict(os.environ, QUILLON_HOME=home)
+        argv = [quillon, "station", "--port", "0", *map(str, options)]
+        self.errors = os.path.join(home, "station.err")
+        with open(self.errors, "w") as err:
+            self.proc = Proc(argv, env, stdout=subprocess.PIPE, stderr=err)
+        line = self.proc.popen.stdout.readline().decode()
+        if "listening on" not in line:
+            self.stop()
+            with open(self.errors) as err:
+                raise RuntimeError(f"station did not start: {line} {err.read()}")
+        self.url = line.split("listening on", 1)[1].strip()
+
+    def stop(self):
+        self.proc.stop()
+        self.proc.popen.stdout.close()
+
+
+# ---- contenders --------------------------------------------------------------
+
+
+class Contender:
+    """How one recorder is started: with `seconds` it records that long,
+    otherwise until the station hangs up."""
+
+    def __init__(self, name, label):
+        self.name = name
+        self.label = label
+
+    def argv(self, ctx, url, out, seconds=None):
+        raise NotImplementedError
+
+    def env(self, home):
+        return dict(os.environ, HOME=home, QUILLON_HOME=home)
+
+    # Sets up a fresh home for recorder number `index` of a run.
+    def prepare(self, ctx, home, index):
+        pass
+
+    # Files a cleaner may delete while the recorder runs (finished tracks only).
+    def finished_files(self, out):
+        return []
+
+
+class Quillon(Contender):
+    def __init__(self, name, label, connections=1):
+        super().__init__(name, label)
+        self.connections = connections
+
+    def argv(self, ctx, url, out, seconds=None):
+        # Several connections in one process need locations that differ; the
+        # station serves the same stream on every path.
+        urls = [url] if self.connections == 1 else [f"{url}s{i}" for i in range(self.connections)]
+        argv = [ctx.quillon, "record", *urls, "--to", out, "-q"]
+        if seconds:
+            argv += ["--for", f"{seconds}s"]
+        return argv
+
+    def prepare(self, ctx, home, index):
+        # Every connection serves a relay; recorders running side by side get
+        # ports apart, or all but the first would run without one.
+        port = RELAY_BASE + index * 64
+        # A folder per connection: connections of one process that record the
+        # same titles into one folder would find each track's file taken.
+        for key, value in (("relayPort", str(port)), ("subFolders", "YES")):
+            subprocess.run([ctx.quillon, "prefs", "set", key, value], env=self.env(home), check=True,
+                           stdout=subprocess.DEVNULL)
+
+    def finished_files(self, out):
+        # Every file but the newest two (the one written and the next announced).
+        files = []
+        for base, _dirs, names in os.walk(out):
+            for n in names:
+                p = os.path.join(base, n)
+                try:
+                    files.append((os.stat(p).st_mtime_ns, p))
+                except OSError:
+                    pass
+        files.sort()
+        return [p for _, p in files[:-2]]
+
+
+class Streamripper(Contender):
+    def __init__(self, name, label, extra):
+        super().__init__(name, label)
+        self.extra = extra
+
+    def argv(self, ctx, url, out, seconds=None):
+        # -c: no reconnecting once the station hangs up; -M: a cap on what one
+        # run may write, whatever happens.
+        cap = int(ctx.cap_bytes / MIB) + 64
+        argv = ["streamripper", url, "-d", out, "--quiet", "-c", "-M", str(cap), *self.extra]
+        if seconds:
+            argv += ["-l", str(seconds)]
+        return argv
+
+    def finished_files(self, out):
+        # Finished tracks are moved out of "incomplete"; only those are deleted.
+        files = []
+        for base, dirs, names in os.walk(out):
+            dirs[:] = [d for d in dirs if d != "incomplete"]
+            files += [os.path.join(base, n) for n in names]
+        return files
+
+
+class Curl(Contender):
+    def argv(self, ctx, url, out, seconds=None):
+        # The station answers "ICY 200 OK", which curl takes as HTTP/0.9. The same
+        # request header as the recorders, so the same bytes (metadata included).
+        argv = ["curl", "--http0.9", "-sS", "-H", "Icy-MetaData: 1", "-o", os.path.join(out, "stream.bin")]
+        if seconds:
+            argv += ["--max-time", str(seconds)]
+        return argv + [url]
+
+
+CONTENDERS = [
+    Quillon("quillon", "quillon record"),
+    Streamripper("sr", "streamripper (default)", []),
+    Streamripper("sr-xs-none", "streamripper --xs-none", ["--xs-none"]),
+    Curl("curl", "curl -o (raw copy)"),
+]
+
+
+# ---- helpers -----------------------------------------------------------------
+
+
+def bytes_on_disk(folder):
+    total = 0
+    for base, _dirs, names in os.walk(folder):
+        for n in names:
+            try:
+                total += os.lstat(os.path.join(base, n)).st_size
+            except OSError:
+                pass
+    return total
+
+
+def free_bytes(folder):
+    st = os.statvfs(folder)
+    return st.f_bavail * st.f_frsize
+
+
+def require_free(folder, needed):
+    free = free_bytes(folder)
+    if free < needed + 5 * GIB:
+        sys.exit(f"bench: {free / GIB:.1f} GiB free under {folder}, need {needed / GIB:.1f} GiB + 5 GiB margin")
+
+
+class Cleaner(threading.Thread):
+    """Deletes finished track files while a long run goes on, so the disk holds
+    only a few tracks at a time. Deleting a file that is still open is harmless:
+    its blocks are freed when the writer closes it."""
+
+    def __init__(self, contender, out):
+        super().__init__(daemon=True)
+        self.contender, self.out = contender, out
+        self.deleted = 0
+        self.halt = threading.Event()
+
+    def run(self):
+        while not self.halt.wait(0.5):
+            for path in self.contender.finished_files(self.out):
+                try:
+                    self.deleted += os.lstat(path).st_size
+                    os.unlink(path)
+                except OSError:
+                    pass
+
+    def stop(self):
+        self.halt.set()
+        if self.is_alive():
+            self.join()
+
+
+def median(values):
+    return statistics.median(values) if values else float("nan")
+
+
+def fmt_ratio(x, y):
+    return f"{x / y:.2f}x" if y else "n/a"
+
+
+class Context:
+    def __init__(self, args):
+        self.args = args
+        self.quillon = os.path.join(args.build_dir, "quillon")
+        self.work = tempfile.mkdtemp(prefix="quillon-bench-", dir=args.tmp)
+        self.cap_bytes = 0
+        self.results = {"machine": machine(), "started": datetime.datetime.now().isoformat(timespec="seconds")}
+
+    def fresh(self, name):
+        path = os.path.join(self.work, name)
+        shutil.rmtree(path, ignore_errors=True)
+        os.makedirs(path)
+        return path
+
+    def station(self, *options):
+        return Station(self.quillon, self.fresh("station-home"), *options)
+
+
+def machine():
+    def run(argv):
+        try:
+            return subprocess.run(argv, capture_output=True, text=True, timeout=10).stdout.strip()
+        except OSError:
+            return "?"
+
+    model = "?"
+    with open("/proc/cpuinfo") as f:
+        for line in f:
+            if line.startswith("model name"):
+                model = line.split(":", 1)[1].strip()
+                break
+    mem = 0
+    with open("/proc/meminfo") as f:
+        for line in f:
+            if line.startswith("MemTotal:"):
+                mem = int(line.split()[1])
+    return {
+        "cpus": os.cpu_count(),
+        "cpu": model,
+        "memory_gib": round(mem / MIB, 1),
+        "kernel": platform.release(),
+        "quillon": run(["git", "-C", ROOT, "rev-parse", "--short", "HEAD"])
+        + (" with local changes" if run(["git", "-C", ROOT, "status", "--porcelain", "--", "src", "tools"]) else ""),
+        "streamripper": run(["streamripper", "-v"]).splitlines()[0] if run(["streamripper", "-v"]) else "?",
+        "curl": run(["curl", "--version"]).splitlines()[0].split(" (")[0],
+        "load_at_start": [round(x, 2) for x in os.getloadavg()],
+    }
+
+
+def build(args):
+    subprocess.run(["cmake", "-S", ROOT, "-B", args.build_dir, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
+                    "-DQUILLON_TESTS=OFF"], check=True, stdout=subprocess.DEVNULL)
+    subprocess.run(["cmake", "--build", args.build_dir, "--target", "quillon", "-j2"], check=True)
+
+
+def log(text):
+    print(text, file=sys.stderr, flush=True)
+
+
+# ---- phase a: throughput -------------------------------------------------------
+
+
+def phase_a(ctx):
+    a = ctx.args
+    total = int(a.a_gib * GIB)
+    ctx.cap_bytes = total
+    require_free(ctx.work, total * 1.1)
+    runs = {c.name: [] for c in CONTENDERS}
+    for rep in range(a.repeat):
+        for c in CONTENDERS:
+            station = ctx.station("--rate", "max", "--payload", "mp3", "--metaint", META_INT, "--title-every",
+                                  TITLE_EVERY, "--close-after", total)
+            out, home = ctx.fresh("out"), ctx.fresh("home")
+            p = None
+            try:
+                c.prepare(ctx, home, 0)
+                os.sync()
+                p = Proc(c.argv(ctx, station.url, out), c.env(home))
+                if not p.wait(a.a_timeout, 0.05):
+                    log(f"  {c.name}: did not finish within {a.a_timeout} s; stopped")
+                    p.stop()
+                sync_start = time.monotonic()
+                os.sync()
+                sync_time = time.monotonic() - sync_start
+                run = {"wall": p.wall, "wall_sync": p.wall + sync_time, "cpu": p.cpu,
+                       "last_write": p.last_write or p.wall,
+                       "peak_rss_kib": p.peak_rss_kib, "disk": bytes_on_disk(out), "exit": p.status}
+            finally:
+                if p:
+                    p.stop()
+                station.stop()
+                shutil.rmtree(out, ignore_errors=True)
+            runs[c.name].append(run)
+            log(f"  a[{rep + 1}/{a.repeat}] {c.name:11} {total / MIB / run['last_write']:8.1f} MiB/s  "
+                f"last write {run['last_write']:.2f} s, exit {run['wall']:.2f} s, on disk {run['wall_sync']:.2f} s  "
+                f"cpu {run['cpu']:.2f} s  "
+                f"disk {run['disk'] / MIB:.0f} MiB  exit {run['exit']}")
+    summary = {}
+    for c in CONTENDERS:
+        r = runs[c.name]
+        wall = median([x["wall"] for x in r])
+        summary[c.name] = {
+            "runs": r,
+            "wall": wall,
+            "mib_s": total / MIB / median([x["last_write"] for x in r]),
+            "mib_s_exit": total / MIB / wall,
+            "mib_s_sync": total / MIB / median([x["wall_sync"] for x in r]),
+            "cpu": median([x["cpu"] for x in r]),
+            "disk_mib": median([x["disk"] for x in r]) / MIB,
+            "peak_rss_kib": max(x["peak_rss_kib"] for x in r),
+        }
+    ctx.results["a"] = {"bytes": total, "repeat": a.repeat, "contenders": summary}
+
+
+# ---- phase b: many real-time connections ---------------------------------------
+
+
+def phase_b(ctx):
+    a = ctx.args
+    seconds, n = a.b_seconds, a.b_streams
+    ctx.cap_bytes = 64 * MIB
+    # One process per connection for every recorder, as the peers can do no
+    # other; then quillon once more with all connections in one process.
+    plan = [(c, n) for c in CONTENDERS] + [(Quillon("quillon-1proc", f"quillon record, {n} in one process", n), 1)]
+    summary = {}
+    for c, processes in plan:
+        connections = n // processes
+        station = ctx.station("--rate", "realtime", "--bitrate", 128, "--payload", "mp3", "--metaint", META_INT,
+                              "--title-every", a.b_title_every)
+        outs = [ctx.fresh(f"out-{i}") for i in range(processes)]
+        homes = [ctx.fresh(f"home-{i}") for i in range(processes)]
+        procs = []
+        detail = {}
+        try:
+            for i, home in enumerate(homes):
+                c.prepare(ctx, home, i)
+            for out, home in zip(outs, homes):
+                procs.append(Proc(c.argv(ctx, station.url, out, seconds), c.env(home)))
+            # PSS and USS are read once, when buffers and delay lines are full.
+            detail_at = time.monotonic() + max(0.0, seconds - 8)
+            deadline = time.monotonic() + seconds + 60
+            while not all(p.poll() for p in procs):
+                if detail_at and time.monotonic() >= detail_at:
+                    detail = {p.pid: memory_sample(p.pid, detail=True) for p in procs}
+                    detail_at = None
+                for p in procs:
+                    p.sample()
+                if time.monotonic() > deadline:
+                    log(f"  {c.name}: still running {seconds + 60} s after the start; stopped")
+                    break
+                time.sleep(1)
+            disk = sum(bytes_on_disk(o) for o in outs)
+        finally:
+            for p in procs:
+                p.stop()
+            station.stop()
+            for o in outs + homes:
+                shutil.rmtree(o, ignore_errors=True)
+        cpu = sum(p.cpu for p in procs)
+        stream_minutes = sum(p.wall for p in procs) * connections / 60
+        per_connection = [p.peak_rss_kib / connections for p in procs]
+        live = [s for s in detail.values() if "USS" in s]
+        summary[c.name] = {
+            "label": c.label,
+            "processes": processes,
+            "connections": n,
+            "cpu_total": cpu,
+            "stream_minutes": stream_minutes,
+            "cpu_per_stream_minute": cpu / stream_minutes,
+            "peak_rss_mean_kib": statistics.mean(per_connection),
+            "peak_rss_max_kib": max(per_connection),
+            "pss_mean_kib": statistics.mean(s["Pss"] for s in live) / connections if live else 0,
+            "uss_mean_kib": statistics.mean(s["USS"] for s in live) / connections if live else 0,
+            "threads": max((s.get("Threads", 0) for s in live), default=0),
+            "disk_mib": disk / MIB,
+            "exits": sorted({p.status for p in procs}),
+        }
+        s = summary[c.name]
+        log(f"  b {c.name:13} cpu {cpu:.2f} s over {stream_minutes:.1f} stream-min = "
+            f"{s['cpu_per_stream_minute'] * 1000:.1f} ms/stream-min; peak RSS per connection "
+            f"{s['peak_rss_mean_kib'] / 1024:.2f} MiB (max {s['peak_rss_max_kib'] / 1024:.2f}), PSS "
+            f"{s['pss_mean_kib'] / 1024:.2f} MiB, USS {s['uss_mean_kib'] / 1024:.2f} MiB; threads {s['threads']}; "
+            f"disk {s['disk_mib']:.1f} MiB; exits {s['exits']}")
+    ctx.results["b"] = {"streams": n, "seconds": seconds, "title_every": a.b_title_every, "contenders": summary}
+
+
+# ---- phase c: RSS over a long run ---------------------------------------------
+
+
+def phase_c(ctx):
+    a = ctx.args
+    total = int(a.c_gib * GIB)
+    ctx.cap_bytes = total
+    summary = {}
+    for c in CONTENDERS:
+        # curl writes one file that cannot be trimmed while it grows.
+        require_free(ctx.work, total * 1.05 if isinstance(c, Curl) else 2 * GIB)
+        station = ctx.station("--rate", "max", "--payload", "mp3", "--metaint", META_INT, "--title-every",
+                              TITLE_EVERY, "--close-after", total)
+        out, home = ctx.fresh("out"), ctx.fresh("home")
+        cleaner = Cleaner(c, out)
+        series = []
+        p = None
+        try:
+            c.prepare(ctx, home, 0)
+            p = Proc(c.argv(ctx, station.url, out), c.env(home))
+            cleaner.start()
+            deadline = time.monotonic() + a.c_timeout
+            while not p.poll():
+                s = p.sample()
+                if "VmRSS" in s and "wchar" in s:
+                    series.append((time.monotonic() - p.started, s["wchar"], s["VmRSS"]))
+                if time.monotonic() > deadline:
+                    log(f"  {c.name}: did not finish within {a.c_timeout} s; stopped")
+                    p.stop()
+                    break
+                time.sleep(a.c_interval)
+            cleaner.stop()
+            written = cleaner.deleted + bytes_on_disk(out)
+        finally:
+            if p:
+                p.stop()
+            cleaner.stop()
+            station.stop()
+            shutil.rmtree(out, ignore_errors=True)
+
+        def rss_at(fraction):
+            for _t, done, rss in series:
+                if done >= fraction * total:
+                    return rss
+            return series[-1][2] if series else 0
+
+        # The end of the run is taken at 99% written: the last samples may fall
+        # into the recorder's shut-down, which is no growth over the run.
+        early = rss_at(0.05)
+        late = rss_at(0.99)
+        steady = [rss for _t, done, rss in series if 0.05 * total <= done <= 0.99 * total]
+        mid = rss_at(0.5)
+        summary[c.name] = {
+            "rss_early_kib": early,
+            "growth_second_half_kib": late - mid,
+            "rss_mid_kib": mid,
+            "rss_end_kib": late,
+            "rss_steady_max_kib": max(steady) if steady else 0,
+            "peak_rss_kib": p.peak_rss_kib,
+            "growth_kib": late - early,
+            "samples": len(series),
+            "wall": p.wall,
+            "written_mib": written / MIB,
+            "exit": p.status,
+            "series": [(round(t, 2), done, rss) for t, done, rss in series[:: max(1, len(series) // 200)]],
+        }
+        s = summary[c.name]
+        log(f"  c {c.name:11} RSS at 5% {early / 1024:.2f} MiB, 50% {s['rss_mid_kib'] / 1024:.2f} MiB, "
+            f"99% {late / 1024:.2f} MiB (steady max {s['rss_steady_max_kib'] / 1024:.2f}, peak "
+            f"{s['peak_rss_kib'] / 1024:.2f}); {s['samples']} samples over {s['wall']:.1f} s; "
+            f"wrote {s['written_mib']:.0f} MiB; exit {s['exit']}")
+    ctx.results["c"] = {"bytes": total, "contenders": summary}
+
+
+# ---- report ------------------------------------------------------------------
+
+
+def verdict(ok):
+    return "met" if ok else "MISSED"
+
+
+def report(ctx):
+    r = ctx.results
+    m = r["machine"]
+    lines = [f"Run {r['started']}: {m['cpus']} cores ({m['cpu']}), {m['memory_gib']} GiB, Linux {m['kernel']}; "
+             f"quillon {m['quillon']}, {m['streamripper']}, {m['curl']}; load at start {m['load_at_start']}", ""]
+    label = {c.name: c.label for c in CONTENDERS}
+    if "a" in r:
+        a = r["a"]["contenders"]
+        q = a["quillon"]
+        lines += [f"(a) one connection, --rate max, {r['a']['bytes'] / GIB:g} GiB of audio, median of "
+                  f"{r['a']['repeat']} runs", "",
+                  "| recorder | MiB/s to last write | quillon is | MiB/s to exit | quillon is | MiB/s to on disk | "
+                  "quillon is | CPU s | peak RSS MiB | on disk MiB |",
+                  "|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|"]
+        for name, s in a.items():
+            lines.append(f"| {label[name]} | {s['mib_s']:.0f} | {fmt_ratio(q['mib_s'], s['mib_s'])} | "
+                         f"{s['mib_s_exit']:.0f} | {fmt_ratio(q['mib_s_exit'], s['mib_s_exit'])} | "
+                         f"{s['mib_s_sync']:.0f} | {fmt_ratio(q['mib_s_sync'], s['mib_s_sync'])} | {s['cpu']:.2f} | "
+                         f"{s['peak_rss_kib'] / 1024:.1f} | {s['disk_mib']:.0f} |")
+        lines.append("")
+    if "b" in r:
+        b = r["b"]["contenders"]
+        q = b["quillon"]
+        lines += [f"(b) {r['b']['streams']} connections at 128 kbit/s for {r['b']['seconds']} s; one process per "
+                  f"connection (per-connection RSS = process RSS) unless said otherwise; titles every "
+                  f"{r['b']['title_every']} bytes", "",
+                  "| recorder | CPU ms / stream-min | quillon is | peak RSS MiB / conn | quillon is | "
+                  "PSS MiB / conn | USS MiB / conn | on disk MiB |",
+                  "|---|---:|---:|---:|---:|---:|---:|---:|"]
+        for name, s in b.items():
+            lines.append(f"| {s['label']} | {s['cpu_per_stream_minute'] * 1000:.1f} | "
+                         f"{fmt_ratio(q['cpu_per_stream_minute'], s['cpu_per_stream_minute'])} | "
+                         f"{s['peak_rss_mean_kib'] / 1024:.2f} | "
+                         f"{fmt_ratio(q['peak_rss_mean_kib'], s['peak_rss_mean_kib'])} | "
+                         f"{s['pss_mean_kib'] / 1024:.2f} | {s['uss_mean_kib'] / 1024:.2f} | {s['disk_mib']:.1f} |")
+        lines.append("")
+    if "c" in r:
+        c = r["c"]["contenders"]
+        lines += [f"(c) one connection, --rate max, {r['c']['bytes'] / GIB:g} GiB: RSS sampled every "
+                  f"{ctx.args.c_interval} s", "",
+                  "| recorder | RSS at 5% MiB | at 50% | at 99% | growth 5%-99% KiB | 50%-99% KiB | "
+                  "max 5%-99% | peak | wall s |",
+                  "|---|---:|---:|---:|---:|---:|---:|---:|---:|"]
+        for name, s in c.items():
+            lines.append(f"| {label[name]} | {s['rss_early_kib'] / 1024:.2f} | {s['rss_mid_kib'] / 1024:.2f} | "
+                         f"{s['rss_end_kib'] / 1024:.2f} | {s['growth_kib']:+d} | {s['growth_second_half_kib']:+d} | "
+                         f"{s['rss_steady_max_kib'] / 1024:.2f} | {s['peak_rss_kib'] / 1024:.2f} | {s['wall']:.1f} |")
+        lines.append("")
+    lines += ["Targets (this run):"]
+    if "a" in r:
+        a = r["a"]["contenders"]
+        for peer, goal, what in (("sr-xs-none", 2, "streamripper --xs-none"), ("curl", 0.5, "raw copy")):
+            ratios = [a["quillon"][k] / a[peer][k] for k in ("mib_s", "mib_s_exit", "mib_s_sync")]
+            lines.append(f"- throughput >= {goal:g}x {what}: {ratios[0]:.2f}x to the last write, "
+                         f"{verdict(ratios[0] >= goal)}; {ratios[1]:.2f}x to exit, {verdict(ratios[1] >= goal)}; "
+                         f"{ratios[2]:.2f}x to on disk, {verdict(ratios[2] >= goal)}")
+    if "b" in r:
+        b = r["b"]["contenders"]
+        q = b["quillon"]["cpu_per_stream_minute"]
+        cheapest = min(b["sr"]["cpu_per_stream_minute"], b["sr-xs-none"]["cpu_per_stream_minute"])
+        lines.append(f"- CPU per stream <= 0.5x streamripper's (its cheaper mode): {q / cheapest:.2f}x, "
+                     f"{verdict(q / cheapest <= 0.5)}")
+        rss = b["quillon"]["peak_rss_mean_kib"] / 1024
+        lines.append(f"- RSS per connection <= 1.5 MiB, one process per connection: {rss:.2f} MiB, "
+                     f"{verdict(rss <= 1.5)}")
+        if "quillon-1proc" in b:
+            one = b["quillon-1proc"]
+            rss = one["peak_rss_mean_kib"] / 1024
+            lines.append(f"- RSS per connection <= 1.5 MiB, {one['connections']} in one process (process peak / "
+                         f"{one['connections']}): {rss:.2f} MiB, {verdict(rss <= 1.5)}")
+    if "c" in r:
+        q = r["c"]["contenders"]["quillon"]
+        g, h = q["growth_kib"], q["growth_second_half_kib"]
+        lines.append(f"- no RSS growth over the long run: {g:+d} KiB from 5% to 99% ({verdict(g <= 0)}), "
+                     f"{h:+d} KiB over the second half ({verdict(h <= 0)})")
+    return "\n".join(lines) + "\n"
+
+
+def main():
+    p = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    p.add_argument("--phases", default="abc", help="which phases to run (default: abc)")
+    p.add_argument("--build-dir", default=os.path.join(ROOT, "build-bench"))
+    p.add_argument("--no-build", action="store_true", help="use the quillon already built in --build-dir")
+    p.add_argument("--tmp", default=tempfile.gettempdir(), help="folder for the recordings (same disk as /tmp)")
+    p.add_argument("--repeat", type=int, default=3, help="runs per contender in phase a (median reported)")
+    p.add_argument("--a-gib", type=float, default=2)
+    p.add_argument("--a-timeout", type=float, default=600)
+    p.add_argument("--b-streams", type=int, default=50)
+    p.add_argument("--b-seconds", type=int, default=60)
+    p.add_argument("--b-title-every", type=int, default=480000, help="audio bytes between titles in phase b")
+    p.add_argument("--c-gib", type=float, default=10)
+    p.add_argument("--c-interval", type=float, default=0.25)
+    p.add_argument("--c-timeout", type=float, default=1800)
+    p.add_argument("--json", help="also write every figure (and the RSS series of phase c) here")
+    p.add_argument("--quick", action="store_true", help="small sizes for a try-out: 0.25 GiB, 5 x 15 s, 1 GiB")
+    args = p.parse_args()
+    if args.quick:
+        args.a_gib, args.repeat, args.b_streams, args.b_seconds, args.c_gib = 0.25, 1, 5, 15, 1
+    for tool in ("streamripper", "curl"):
+        if not shutil.which(tool):
+            sys.exit(f"bench: {tool} is not installed (apt-get install {tool})")
+    if not args.no_build:
+        build(args)
+    ctx = Context(args)
+    try:
+        for phase, fn in (("a", phase_a), ("b", phase_b), ("c", phase_c)):
+            if phase in args.phases:
+                log(f"phase {phase}")
+                fn(ctx)
+    finally:
+        shutil.rmtree(ctx.work, ignore_errors=True)
+    text = report(ctx)
+    print(text)
+    if args.json:
+        with open(args.json, "w") as f:
+            json.dump(ctx.results, f, indent=1)
+
+
+if __name__ == "__main__":
+    main()
