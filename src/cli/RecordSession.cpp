@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <optional>
 
 #include <fmt/format.h>
 
@@ -224,11 +225,16 @@ int RecordSession::run(const std::vector<std::shared_ptr<Bookmark>>& bookmarks) 
         }
     }
 
-    auto redraw = loop.addTimer(
-        0.5, [this] { drawStatusLines(false); }, true);
+    std::optional<MainLoop::TimerId> redraw;
+    if (options_.statusLine)
+        redraw = loop.addTimer(
+            0.5, [this] { drawStatusLines(false); }, true);
     double limit = options_.seconds.value_or(1e9);
-    loop.runUntil([this] { return finished(); }, limit);
-    loop.cancelTimer(redraw);
+    // Status changes are posted to the loop, which re-checks after each; the
+    // half-second check only notices Ctrl-C, and keeps an idle recorder from
+    // waking the processor for nothing.
+    loop.runUntil([this] { return finished(); }, limit, 0.5);
+    if (redraw) loop.cancelTimer(*redraw);
     drawStatusLines(true);
 
     std::vector<std::string> failed;

@@ -1,6 +1,7 @@
 #include "net/TCPSocket.h"
 
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -16,6 +17,8 @@ namespace quillon {
 namespace {
 
 constexpr short kTrouble = POLLERR | POLLHUP | POLLNVAL;
+// The most a read waits to gather: well inside any receive buffer.
+constexpr std::size_t kMaxLowWater = 64 * 1024;
 
 NamedException withErrno(const char* name) {
     return NamedException(name, std::string(name) + " (" + NamedException::errnoText() + ")");
@@ -113,12 +116,18 @@ std::size_t TCPSocket::readBytesToBuffer(void* buffer, std::int64_t length, doub
     std::size_t done = 0;
     while (done < wanted) {
         short revents = 0;
-        if (waitFor(POLLIN, timeout, revents) < 1) throw withErrno("TCP read timeout");
+        setLowWater(wanted - done);
+        if (waitFor(POLLIN, timeout, revents) < 1) {
+            // Fewer bytes than the mark came within the wait: still a stream.
+            if (lowWater_ == 1 || pendingBytes() == 0) throw withErrno("TCP read timeout");
+            revents = POLLIN;
+        }
         if (revents & POLLIN) {
-            ssize_t got = ::read(fd(), out + done, wanted - done);
+            // Without waiting: a blocking read would wait for the low-water mark.
+            ssize_t got = ::recv(fd(), out + done, wanted - done, MSG_DONTWAIT);
             if (got == 0) return done;
             if (got < 0) {
-                if (errno == EINTR) continue;
+                if (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK) continue;
                 throw withErrno("TCP Read Error");
             }
             done += static_cast<std::size_t>(got);
@@ -127,6 +136,19 @@ std::size_t TCPSocket::readBytesToBuffer(void* buffer, std::int64_t length, doub
         }
     }
     return done;
+}
+
+void TCPSocket::setLowWater(std::size_t bytes) {
+    const int mark = static_cast<int>(std::clamp<std::size_t>(bytes, 1, kMaxLowWater));
+    if (mark == lowWater_ || fd() < 0) return;
+    // Without it the read still works, one wake-up per packet.
+    if (::setsockopt(fd(), SOL_SOCKET, SO_RCVLOWAT, &mark, sizeof mark) == 0) lowWater_ = mark;
+}
+
+std::size_t TCPSocket::pendingBytes() const {
+    int count = 0;
+    if (fd() < 0 || ::ioctl(fd(), FIONREAD, &count) != 0) return 0;
+    return static_cast<std::size_t>(std::max(count, 0));
 }
 
 Bytes TCPSocket::readData(std::size_t length, double timeout) {

@@ -41,6 +41,10 @@ public:
     std::size_t readBytesToBuffer(void* buffer, std::size_t length) override;
 
     // With a time-out of `timeout` seconds for each wait, not for the whole call.
+    // A timed read waits for as much of the rest as the kernel can gather (the
+    // receive low-water mark), so a stream arriving in small packets wakes the
+    // reader once per call rather than once per packet; a wait that times out
+    // with some bytes arrived takes them and goes on.
     void writeBytes(const void* bytes, std::int32_t length, double timeout);
     // Returns the count read: short when the peer ends the stream.
     std::size_t readBytesToBuffer(void* buffer, std::int64_t length, double timeout);
@@ -71,6 +75,12 @@ protected:
 private:
     // An accepted client: takes over the accepted descriptor.
     TCPSocket(FileHandle fd, const sockaddr_in& address);
+    // Sets the receive low-water mark when it differs from the one set last.
+    void setLowWater(std::size_t bytes);
+    // Bytes waiting in the receive queue.
+    std::size_t pendingBytes() const;
+
+    int lowWater_ = 1;  // the kernel's default
 };
 
 }  // namespace quillon

@@ -102,7 +102,8 @@ bool MainLoop::invoke(const Task& task, const InvokeGuard& guard) {
 MainLoop::TimerId MainLoop::addTimer(double seconds, Task task, bool repeating) {
     std::lock_guard lock(mutex_);
     TimerId id = nextTimer_++;
-    auto due = Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+    auto due =
+        Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
     timers_.emplace(id, Timer{due, seconds, repeating, std::move(task)});
     wake_.notify_one();
     return id;
@@ -169,19 +170,20 @@ void MainLoop::run() {
     }
 }
 
-bool MainLoop::runUntil(const std::function<bool()>& done, double maxSeconds) {
+bool MainLoop::runUntil(const std::function<bool()>& done, double maxSeconds, double recheckSeconds) {
     {
         std::lock_guard lock(mutex_);
         mainThread_ = std::this_thread::get_id();
         stopping_ = false;
     }
-    auto limit = Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(maxSeconds));
-    // Re-check the predicate at least every 20 ms: it may watch state that
-    // worker threads change without posting to the loop.
+    auto limit =
+        Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(maxSeconds));
+    const auto recheck =
+        std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(recheckSeconds));
     while (!done()) {
         auto now = Clock::now();
         if (now >= limit) return done();
-        runOnce(std::min(limit, now + std::chrono::milliseconds(20)));
+        runOnce(std::min(limit, now + recheck));
         std::lock_guard lock(mutex_);
         if (stopping_) {
             stopping_ = false;

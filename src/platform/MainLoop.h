@@ -64,8 +64,10 @@ public:
     // Runs tasks and timers until stop().
     void run();
     // Runs tasks and timers until the predicate holds or the time passes;
-    // returns the predicate's last value (tests and short foreground jobs).
-    bool runUntil(const std::function<bool()>& done, double maxSeconds);
+    // returns the predicate's last value (tests and short foreground jobs). The
+    // predicate is checked after every task and at least every `recheckSeconds`,
+    // since it may watch state that worker threads change without posting.
+    bool runUntil(const std::function<bool()>& done, double maxSeconds, double recheckSeconds = 0.02);
     void stop();
 
     bool isMainThread() const;
