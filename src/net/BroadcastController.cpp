@@ -188,14 +188,39 @@ void BroadcastController::incommingConnection(std::shared_ptr<TCPSocket> client)
     auto player =
         std::make_unique<Broadcaster>(*this, std::move(client), bufferSize, Broadcaster::backlogLimit(kbps));
     player->start();
-    std::lock_guard lock(playersMutex_);
-    clients_.push_back(std::move(player));
+    {
+        std::lock_guard lock(playersMutex_);
+        clients_.push_back(std::move(player));
+    }
+    setPlayerCount(count());
+}
+
+void BroadcastController::setPlayerCount(int players) {
+    {
+        std::lock_guard lock(wakeMutex_);
+        playerCount_ = players;
+    }
+    wake_.notify_all();
 }
 
 bool BroadcastController::pause() {
     std::unique_lock lock(wakeMutex_);
+    if (playerCount_ == 0) {
+        // Nobody listens: sleep until a player comes rather than ten times a
+        // second, then start from the newest audio, not from what piled up.
+        wake_.wait(lock, [&] { return !isStreaming_ || playerCount_ > 0; });
+        if (isStreaming_) keepNewestBlock();
+    }
     wake_.wait_for(lock, std::chrono::duration<double>(timing().relayCadence), [&] { return !isStreaming_; });
     return isStreaming_;
+}
+
+void BroadcastController::keepNewestBlock() {
+    std::lock_guard lock(pendingMutex_);
+    while (pending_.size() > 1) {
+        pendingBytes_ -= pending_.front()->size();
+        pending_.pop_front();
+    }
 }
 
 void BroadcastController::feedStreams() {
@@ -241,15 +266,18 @@ bool BroadcastController::feedPass() {
             Broadcaster::Block full;
             for (auto& player : clients_) {
                 if (!player->ready()) continue;
-                player->writeDataToBroadcast(block);
-                if (!now.hasMeta) continue;
-                if (player->firstTime()) {
-                    if (!full) full = std::make_shared<const Bytes>(metadataBlock(now.title));
-                    player->writeDataToBroadcast(full);
-                } else {
-                    // Shared by all: after a change only the first player sees it.
-                    player->writeDataToBroadcast(nameDataFor(now.title));
+                // The audio and its metadata block go out together.
+                Broadcaster::Block parts[2] = {block, nullptr};
+                if (now.hasMeta) {
+                    if (player->firstTime()) {
+                        if (!full) full = std::make_shared<const Bytes>(metadataBlock(now.title));
+                        parts[1] = full;
+                    } else {
+                        // Shared by all: after a change only the first player sees it.
+                        parts[1] = nameDataFor(now.title);
+                    }
                 }
+                player->writeDataToBroadcast(std::span<const Broadcaster::Block>(parts, now.hasMeta ? 2 : 1));
             }
         }
         // The index advances past a removed player, so one that slides into its
@@ -261,6 +289,7 @@ bool BroadcastController::feedPass() {
         }
     }
     if (!removed.empty()) {
+        setPlayerCount(count());
         {
             std::lock_guard lock(ownerMutex_);
             if (owner_) owner_->refreshStatus();

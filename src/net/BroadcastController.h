@@ -1,11 +1,10 @@
 #pragma once
 // The relay of one connection: a listening socket on the connection's relay
 // port, a feed thread that every 0.1 second moves one block of the connection's
-// audio to each connected player followed by a metadata block, and one
-// Broadcaster per player. Players get the upstream header, then audio in blocks
-// of the meta interval, each followed by a metadata block, as from an ICY server.
-// After a title change only the first player in the list gets the new title;
-// the others learn titles when they connect.
+// audio to each connected player followed by a metadata block (and sleeps while
+// no player is connected), and one Broadcaster per player. Players get the upstream header, then audio in
+// blocks of the meta interval, each followed by a metadata block, as from an ICY server. After a title change
+// only the first player in the list gets the new title; the others learn titles when they connect.
 //
 // Thread contract: construction, startFeeding, stopFeeding, disposeOwner and
 // destruction may run on any one thread at a time (the connection's thread or the
@@ -14,8 +13,10 @@
 // `ownerMutex_` guards the connection reference (and serialises calls into it),
 // `playersMutex_` the players list, `nameMutex_` the last title sent,
 // `pendingMutex_` the blocks waiting for the feed thread, `feedMutex_` the
-// listener and the feed thread. Lock order: feedMutex_, playersMutex_, then any
-// one of the others. Destruction stops feeding, joins the feed thread and every writer.
+// listener and the feed thread, `wakeMutex_` the feed thread's sleep and the
+// player count. Lock order: feedMutex_, playersMutex_, then any one of the
+// others, except wakeMutex_ before pendingMutex_. Destruction stops feeding,
+// joins the feed thread and every writer.
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
@@ -91,8 +92,12 @@ private:
     bool snapshot(Snapshot& out) const;
     Broadcaster::Block nameDataFor(const std::string& title);
     Broadcaster::Block takeBlock(unsigned bufferSize);
-    // Waits one cadence; false once feeding stops.
+    // Waits one cadence (and, while no player is connected, until one is);
+    // false once feeding stops.
     bool pause();
+    // Drops every waiting block but the newest.
+    void keepNewestBlock();
+    void setPlayerCount(int players);
 
     mutable std::mutex ownerMutex_;
     RelaySource* owner_;  // guarded by ownerMutex_
@@ -115,6 +120,7 @@ private:
 
     std::mutex wakeMutex_;
     std::condition_variable wake_;
+    int playerCount_ = 0;  // guarded by wakeMutex_: the feed thread idles at 0
 };
 
 }  // namespace quillon

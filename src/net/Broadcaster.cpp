@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <chrono>
 
 #include "net/BroadcastController.h"
@@ -15,8 +16,9 @@ namespace quillon {
 namespace {
 constexpr unsigned kUnknownBitrate = 320;  // the highest MP3 rate: never too strict
 // An idle writer still looks this many relay cadences apart whether the
-// connection streams, in case no one wakes it.
-constexpr double kIdleCadences = 10;
+// connection streams, in case no one wakes it (the feed thread does when the
+// connection stops): rarely, as a hundred players would wake a hundred threads.
+constexpr double kIdleCadences = 100;
 }  // namespace
 
 std::size_t Broadcaster::backlogLimit(unsigned kbps) {
@@ -39,11 +41,18 @@ Broadcaster::~Broadcaster() {
 
 void Broadcaster::start() { thread_ = std::thread(&Broadcaster::stream, this); }
 
-void Broadcaster::writeDataToBroadcast(Block bytes) {
-    if (state_ != 1 || !bytes) return;
+void Broadcaster::writeDataToBroadcast(std::span<const Block> blocks) {
+    if (state_ != 1 || blocks.empty()) return;
     std::lock_guard lock(bufferLock_);
-    buffered_ += bytes->size();
-    buffer_.push_back(std::move(bytes));
+    std::size_t sent = 0;
+    if (direct_ && !writing_ && buffer_.empty()) {
+        try {
+            sent = sendNow(blocks);
+        } catch (const NamedException&) {
+            // The writer's own write meets the same failure and reports it.
+        }
+    }
+    queue(blocks, sent);
     if (buffered_ > backlogLimit_) {
         dropForBacklog();
     } else if (buffered_ > bufferSize_) {
@@ -52,6 +61,31 @@ void Broadcaster::writeDataToBroadcast(Block bytes) {
             dataReady_ = true;
         }
         wake_.notify_one();
+    }
+}
+
+std::size_t Broadcaster::sendNow(std::span<const Block> blocks) {
+    constexpr std::size_t kMaxBlocks = 4;
+    std::span<const std::uint8_t> parts[kMaxBlocks];
+    std::size_t count = 0;
+    for (const Block& block : blocks.first(std::min(blocks.size(), kMaxBlocks)))
+        if (block) parts[count++] = *block;
+    return socket_->writeWithoutWaiting(std::span(parts, count));
+}
+
+void Broadcaster::queue(std::span<const Block> blocks, std::size_t sent) {
+    for (const Block& block : blocks) {
+        if (!block || sent >= block->size()) {
+            sent -= block ? block->size() : 0;
+            continue;
+        }
+        // A block the socket took in part: its rest is a block of its own.
+        Block rest = sent == 0 ? block
+                               : std::make_shared<const Bytes>(
+                                     block->begin() + static_cast<std::ptrdiff_t>(sent), block->end());
+        sent = 0;
+        buffered_ += rest->size();
+        buffer_.push_back(std::move(rest));
     }
 }
 
@@ -69,8 +103,14 @@ std::vector<Broadcaster::Block> Broadcaster::getDataFromBroadcast() {
     if (buffered_ > bufferSize_) {
         out.swap(buffer_);
         buffered_ = 0;
+        writing_ = true;
     }
     return out;
+}
+
+void Broadcaster::finishedWriting() {
+    std::lock_guard lock(bufferLock_);
+    writing_ = false;
 }
 
 void Broadcaster::wake() {
@@ -117,22 +157,29 @@ void Broadcaster::stream() {
         socket_->readDataUpToString("\r\n\r\n", timeout);
         ready_ = true;
         socket_->writeData(asBytes(owner_.streamHeader()), timeout);
+        {
+            std::lock_guard lock(bufferLock_);
+            direct_ = true;
+        }
         while (state_ != 0 && owner_.connectionLive()) {
             for (const Block& block : getDataFromBroadcast()) socket_->writeData(*block, timeout);
+            finishedWriting();
             if (!pause()) break;
         }
     } catch (const NamedException& e) {
         reason = e.reason();
     }
     {
+        // Under the lock: the feed thread may be sending to this socket.
         std::lock_guard lock(bufferLock_);
         if (!backlogReason_.empty()) reason = backlogReason_;
         buffer_.clear();
         buffered_ = 0;
+        direct_ = writing_ = false;
+        socket_->close();
     }
     if (!reason.empty()) Log::info("Client disconnected. {}", reason);
     setBroadcastState(0);
-    socket_->close();
 }
 
 }  // namespace quillon

@@ -1,17 +1,20 @@
 #pragma once
 // One player connected to a relay: owns the accepted client socket and a writer
-// thread that reads (and ignores) the player's request, sends the upstream
-// header, then writes whatever audio and metadata the feeder queued for it as
-// soon as more than a block's worth waits. The writer sleeps until then (or until
-// woken), not on a fixed cadence: with a hundred players, a wake-up every 0.1
-// second each was most of the relay's CPU.
+// thread that reads (and ignores) the player's request and sends the upstream
+// header. After that the feed thread hands each block straight to the socket
+// without waiting, as long as nothing is queued and the socket takes it all: a
+// hundred players then cost a hundred sends and no thread switches. Whatever the
+// socket does not take at once is queued, and the writer thread, woken once more
+// than a block's worth waits, writes it with the usual blocking time-outs; while
+// it does, new blocks queue behind it, so the order never changes.
 //
 // Thread contract: made, started and destroyed by its BroadcastController (the
 // main thread makes and starts it, the feed thread or the feeder's destruction
 // destroys it). writeDataToBroadcast and firstTime are called by the feed thread,
-// getDataFromBroadcast by the writer thread; `bufferLock_` guards the queue
-// between them. State queries may be called from any thread. Destruction stops
-// the writer (waking a blocked write) and joins it.
+// getDataFromBroadcast by the writer thread; `bufferLock_` guards the queue and
+// serialises the feed thread's direct sends with the writer's use of the socket
+// (including its close). State queries may be called from any thread.
+// Destruction stops the writer (waking a blocked write) and joins it.
 //
 // Blocks are shared, read-only, with every other player; the queue is bounded by
 // `backlogLimit` bytes: a player that falls further behind is dropped.
@@ -20,6 +23,7 @@
 #include <cstddef>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <string>
 #include <thread>
 #include <vector>
@@ -49,9 +53,12 @@ public:
     // Starts the writer thread.
     void start();
 
-    // Queues a block while the player is active; drops it otherwise.
-    void writeDataToBroadcast(Block bytes);
-    // Everything queued, once more than one block's worth is waiting; else nothing.
+    // Sends or queues blocks (in order) while the player is active; drops them
+    // otherwise.
+    void writeDataToBroadcast(std::span<const Block> blocks);
+    void writeDataToBroadcast(Block bytes) { writeDataToBroadcast(std::span<const Block>(&bytes, 1)); }
+    // Everything queued, once more than one block's worth is waiting; else
+    // nothing. The caller owns the socket until finishedWriting().
     std::vector<Block> getDataFromBroadcast();
     // True exactly once: the first metadata block of this player is a full one.
     bool firstTime();
@@ -69,6 +76,14 @@ public:
 
 private:
     void stream();
+    // Sends what the socket takes now; returns how many bytes of `blocks` went.
+    // Caller holds bufferLock_.
+    std::size_t sendNow(std::span<const Block> blocks);
+    // Appends blocks to the queue, skipping the first `sent` bytes of them;
+    // caller holds bufferLock_.
+    void queue(std::span<const Block> blocks, std::size_t sent);
+    // The writer is done with the socket; direct sends may resume.
+    void finishedWriting();
     // Stops the player because it fell too far behind; caller holds bufferLock_.
     void dropForBacklog();
     // Waits until data is ready, a wake(), a stop, or the idle check is due;
@@ -87,6 +102,8 @@ private:
     std::vector<Block> buffer_;  // guarded by bufferLock_
     std::size_t buffered_ = 0;   // bytes in buffer_, guarded by bufferLock_
     std::string backlogReason_;  // guarded by bufferLock_; set when dropped for backlog
+    bool direct_ = false;        // guarded by bufferLock_: header sent, socket open
+    bool writing_ = false;       // guarded by bufferLock_: the writer is using the socket
 
     mutable std::mutex statusMutex_;
     std::string status_;

@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -204,6 +205,25 @@ void TCPSocket::writeData(std::span<const std::uint8_t> bytes, double timeout) {
     writeBytes(bytes.data(), static_cast<std::int32_t>(bytes.size()), timeout);
 }
 
+std::size_t TCPSocket::writeWithoutWaiting(std::span<const std::span<const std::uint8_t>> parts) {
+    constexpr std::size_t kMaxParts = 16;
+    iovec vectors[kMaxParts];
+    msghdr message{};
+    for (const auto& part : parts.first(std::min(parts.size(), kMaxParts))) {
+        if (part.empty()) continue;
+        vectors[message.msg_iovlen++] = iovec{const_cast<std::uint8_t*>(part.data()), part.size()};
+    }
+    if (message.msg_iovlen == 0) return 0;
+    message.msg_iov = vectors;
+    while (true) {
+        ssize_t sent = ::sendmsg(fd(), &message, MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (sent >= 0) return static_cast<std::size_t>(sent);
+        if (errno == EINTR) continue;
+        if (errno == EAGAIN || errno == EWOULDBLOCK) return 0;
+        throw withErrno("TCP Write Error");
+    }
+}
+
 void TCPSocket::writeString(std::string_view text, double timeout) {
     text = text.substr(0, text.find('\0'));
     writeBytes(text.data(), static_cast<std::int32_t>(text.size()), timeout);
@@ -212,6 +232,7 @@ void TCPSocket::writeString(std::string_view text, double timeout) {
 void TCPSocket::close() {
     remoteHost_.clear();
     remotePort_ = 0;
+    lowWater_ = 1;  // a new descriptor starts from the kernel's default
     Socket::close();
 }
 

@@ -59,6 +59,10 @@ public:
     // without the delimiter, when the peer ends the stream.
     Bytes readDataUpToString(std::string_view delimiter, double timeout);
     void writeData(std::span<const std::uint8_t> bytes, double timeout);
+    // Sends as much of the parts, in order, as the socket takes at once without
+    // waiting; returns the count sent (0 when it takes nothing now). Raises
+    // NamedException when the peer is gone.
+    std::size_t writeWithoutWaiting(std::span<const std::span<const std::uint8_t>> parts);
     // Sends the text up to its first NUL character.
     void writeString(std::string_view text, double timeout);
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdio>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -222,6 +223,41 @@ TEST_F(RelayController, StalledPlayerIsDroppedWhileTheOthersKeepReceiving) {
     EXPECT_TRUE(got.wellFormed);
     expectWholeAndInOrder(got.audio);
     EXPECT_GT(source_.refreshes.load(), 0);
+}
+
+// The most the kernel holds for one sender (its send buffer's upper bound).
+std::size_t maxSendBuffer() {
+    std::size_t low = 0, initial = 0, max = 4u << 20;
+    if (std::FILE* f = std::fopen("/proc/sys/net/ipv4/tcp_wmem", "r")) {
+        if (std::fscanf(f, "%zu %zu %zu", &low, &initial, &max) != 3) max = 4u << 20;
+        std::fclose(f);
+    }
+    return max;
+}
+
+TEST_F(RelayController, SlowPlayerGetsEveryByteInOrderAsSendsPassToItsWriterAndBack) {
+    // The relay sends faster than the slow player reads until more is owed than
+    // the kernel can hold, so the rest waits for the player's writer; then the
+    // feed pauses, the player catches up, and direct sends resume.
+    source_.blockSize = 100000;
+    source_.kbps = 1000000;  // no drop for falling behind here
+    BroadcastController relay(source_);
+    relay.startFeeding();
+    RelayClient slow(relay.listeningPort(), {.restAfterRead = 0.001});
+    RelayClient fast(relay.listeningPort());
+    ASSERT_TRUE(runUntil([&] { return relay.count() == 2 && fast.receivedSize() > 0; }));
+    const std::size_t owed = maxSendBuffer() + (2u << 20);
+    ASSERT_TRUE(feedUntil(relay, 100000, [&] { return next_ * 100000 > slow.receivedSize() + owed; }));
+    const unsigned fed = next_;
+    ASSERT_TRUE(runUntil([&] { return blocksOf(slow, 100000, true) >= fed - 8; }, 60));
+    const std::size_t before = blocksOf(slow, 100000, true);
+    ASSERT_TRUE(feedUntil(relay, 100000, [&] { return blocksOf(slow, 100000, true) >= before + 10; }));
+    for (const RelayClient* player : {&slow, &fast}) {
+        IcyStream got = readIcy(player->received(), 100000, true);
+        EXPECT_TRUE(got.wellFormed);
+        expectWholeAndInOrder(got.audio);
+    }
+    EXPECT_EQ(relay.count(), 2);
 }
 
 TEST_F(RelayController, PlayerThatNeverAsksHoldsUpNeitherTheMainThreadNorOthers) {

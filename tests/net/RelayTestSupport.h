@@ -26,11 +26,14 @@ public:
     struct Options {
         bool reading = true;
         bool sendRequest = true;
+        // A small receive buffer and a rest after each read: the relay's
+        // sends then often go only in part.
+        double restAfterRead = 0;
     };
 
     RelayClient(std::uint16_t port, Options options) : options_(options) {
         fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        if (!options.reading) {
+        if (!options.reading || options.restAfterRead > 0) {
             int small = 4096;
             ::setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
         }
@@ -80,10 +83,14 @@ private:
         while (!stop_) {
             pollfd p{fd_, POLLIN, 0};
             if (::poll(&p, 1, 20) <= 0) continue;
-            ssize_t n = ::recv(fd_, chunk, sizeof chunk, 0);
+            ssize_t n = ::recv(fd_, chunk, options_.restAfterRead > 0 ? 1500 : sizeof chunk, 0);
             if (n <= 0) break;
-            std::lock_guard lock(mutex_);
-            data_.append(chunk, static_cast<std::size_t>(n));
+            {
+                std::lock_guard lock(mutex_);
+                data_.append(chunk, static_cast<std::size_t>(n));
+            }
+            if (options_.restAfterRead > 0)
+                std::this_thread::sleep_for(std::chrono::duration<double>(options_.restAfterRead));
         }
         ended_ = !stop_;
     }
