@@ -1,29 +1,15 @@
 #include "net/UrlFetcher.h"
 
-#include <curl/curl.h>
+#include "net/CurlLibrary.h"
 
 #include <chrono>
 #include <memory>
-#include <mutex>
 
 namespace quillon {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-void initCurlOnce() {
-    static std::once_flag once;
-    std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
-}
-
-struct CurlDeleter {
-    void operator()(CURL* curl) const { curl_easy_cleanup(curl); }
-};
-
-struct SlistDeleter {
-    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
-};
 
 // What the curl callbacks share with the fetch.
 struct Transfer {
@@ -79,46 +65,54 @@ UrlFetcher::~UrlFetcher() {
 
 void UrlFetcher::start() {
     if (thread_.joinable() || done_) return;
-    initCurlOnce();
     thread_ = std::thread([this] { run(); });
 }
 
 void UrlFetcher::cancel() { cancelled_ = true; }
 
 void UrlFetcher::run() {
-    std::unique_ptr<CURL, CurlDeleter> curl(curl_easy_init());
-    std::unique_ptr<curl_slist, SlistDeleter> headers;
+    const CurlLibrary* lib = CurlLibrary::get();
+    if (!lib) {
+        if (!cancelled_ && callbacks_.onFailed) callbacks_.onFailed(CurlLibrary::loadError());
+        done_ = true;
+        return;
+    }
+    auto cleanup = [lib](CURL* c) { lib->easyCleanup(c); };
+    auto freeList = [lib](curl_slist* l) { lib->slistFreeAll(l); };
+    std::unique_ptr<CURL, decltype(cleanup)> curl(lib->easyInit(), cleanup);
+    std::unique_ptr<curl_slist, decltype(freeList)> headers(nullptr, freeList);
     Transfer transfer{&callbacks_.onData, &callbacks_.onHeader, &cancelled_, timeout_};
     CURLcode result = CURLE_FAILED_INIT;
     if (curl) {
         CURL* c = curl.get();
-        curl_easy_setopt(c, CURLOPT_URL, url_.c_str());
-        curl_easy_setopt(c, CURLOPT_NOSIGNAL, 1L);
-        curl_easy_setopt(c, CURLOPT_PROTOCOLS_STR, "http,https,file");
-        curl_easy_setopt(c, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
-        curl_easy_setopt(c, CURLOPT_FOLLOWLOCATION, 1L);
-        curl_easy_setopt(c, CURLOPT_MAXREDIRS, 10L);
+        auto set = lib->easySetopt;
+        set(c, CURLOPT_URL, url_.c_str());
+        set(c, CURLOPT_NOSIGNAL, 1L);
+        set(c, CURLOPT_PROTOCOLS_STR, "http,https,file");
+        set(c, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+        set(c, CURLOPT_FOLLOWLOCATION, 1L);
+        set(c, CURLOPT_MAXREDIRS, 10L);
         // Stream servers answer "ICY 200 OK"; take such a reply whole as the body.
-        curl_easy_setopt(c, CURLOPT_HTTP09_ALLOWED, 1L);
-        curl_easy_setopt(c, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(timeout_ * 1000) + 1);
-        curl_easy_setopt(c, CURLOPT_WRITEFUNCTION, writeChunk);
-        curl_easy_setopt(c, CURLOPT_WRITEDATA, &transfer);
-        curl_easy_setopt(c, CURLOPT_HEADERFUNCTION, headerLine);
-        curl_easy_setopt(c, CURLOPT_HEADERDATA, &transfer);
-        curl_easy_setopt(c, CURLOPT_NOPROGRESS, 0L);
-        curl_easy_setopt(c, CURLOPT_XFERINFOFUNCTION, checkProgress);
-        curl_easy_setopt(c, CURLOPT_XFERINFODATA, &transfer);
+        set(c, CURLOPT_HTTP09_ALLOWED, 1L);
+        set(c, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(timeout_ * 1000) + 1);
+        set(c, CURLOPT_WRITEFUNCTION, writeChunk);
+        set(c, CURLOPT_WRITEDATA, &transfer);
+        set(c, CURLOPT_HEADERFUNCTION, headerLine);
+        set(c, CURLOPT_HEADERDATA, &transfer);
+        set(c, CURLOPT_NOPROGRESS, 0L);
+        set(c, CURLOPT_XFERINFOFUNCTION, checkProgress);
+        set(c, CURLOPT_XFERINFODATA, &transfer);
         if (!userAgent_.empty()) {
-            headers.reset(curl_slist_append(nullptr, ("User-Agent: " + userAgent_).c_str()));
-            curl_easy_setopt(c, CURLOPT_HTTPHEADER, headers.get());
+            headers.reset(lib->slistAppend(nullptr, ("User-Agent: " + userAgent_).c_str()));
+            set(c, CURLOPT_HTTPHEADER, headers.get());
         }
-        result = curl_easy_perform(c);
+        result = lib->easyPerform(c);
     }
     if (!cancelled_) {
         if (result == CURLE_OK) {
             if (callbacks_.onFinished) callbacks_.onFinished();
         } else if (callbacks_.onFailed) {
-            callbacks_.onFailed(transfer.timedOut ? "The request timed out." : curl_easy_strerror(result));
+            callbacks_.onFailed(transfer.timedOut ? "The request timed out." : lib->easyStrerror(result));
         }
     }
     done_ = true;
