@@ -228,7 +228,7 @@ void ActivityController::stopAfterThisTrack() {
 void ActivityController::doubleClick() {
     Ripper* connection = activeConnection();
     if (!connection) return;
-    bool opened = RelayPlaylist::write(connection->servePort(), connection->connName()) &&
+    bool opened = RelayPlaylist::write(connection->relayPort(), connection->connName()) &&
                   ui_.openWithPlayer(RelayPlaylist::path());
     if (!opened) alert("ERROR_UNABLE_TO_LOAD_ITUNES", "The player could not be opened.");
 }

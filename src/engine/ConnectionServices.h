@@ -21,6 +21,9 @@ public:
     virtual void startFeeding() = 0;
     virtual int count() const = 0;
     virtual void listenOnce() = 0;
+    // The port actually listened on (the system's choice when asked for 0);
+    // 0 while not feeding.
+    virtual std::uint16_t port() const = 0;
     // Called before the relay is dropped, while the connection still exists.
     virtual void disposeOwner() = 0;
     // Each audio block as it is cut from the stream (metadata removed), shared

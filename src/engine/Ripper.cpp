@@ -213,6 +213,11 @@ int Ripper::clientsCount() const {
     return relay_ ? relay_->count() : 0;
 }
 
+std::uint16_t Ripper::relayPort() const {
+    std::lock_guard lock(bufferLock_);  // close() drops the relay under it
+    return relay_ ? relay_->port() : 0;
+}
+
 void Ripper::refreshStatus() {
     std::weak_ptr<bool> alive = alive_;
     MainLoop::main().post([this, alive] {

@@ -90,6 +90,9 @@ public:
     void setServePort(std::uint16_t port) { servePort_ = port; }
     std::chrono::system_clock::time_point connectionDate() const;
     int clientsCount() const;
+    // Where players reach the relay: its listening port, which differs from
+    // servePort when the system chose it; 0 while the relay does not listen.
+    std::uint16_t relayPort() const;
     // Has the owner redraw this connection's details soon, on the main thread;
     // returns at once (the relay calls it when players leave).
     void refreshStatus();

@@ -41,9 +41,7 @@ public:
     void listenOnce() override;
     void disposeOwner() override;
     void feed(std::shared_ptr<const Bytes> block) override;
-
-    // The port listened on; 0 while not feeding.
-    std::uint16_t port() const;
+    std::uint16_t port() const override;
 
     // RelaySource
     int ripperState() const override;

@@ -9,6 +9,7 @@
 
 #include "AppTestSupport.h"
 #include "app/ActivityViewModel.h"
+#include "engine/RipperRelay.h"
 
 namespace quillon {
 namespace {
@@ -27,9 +28,9 @@ protected:
         AppFixture::TearDown();
     }
 
-    ActivityController& controller(FreeSpace::Query query = {}) {
+    ActivityController& controller(FreeSpace::Query query = {}, ConnectionServices services = {}) {
         if (!query) query = [this](const std::string&) { return std::optional<std::uint64_t>(freeBytes_); };
-        controller_ = std::make_unique<ActivityController>(ui_, ConnectionServices{}, query);
+        controller_ = std::make_unique<ActivityController>(ui_, std::move(services), query);
         return *controller_;
     }
 
@@ -284,16 +285,21 @@ TEST_F(ActivityControllerTest, StopAfterThisTrackBeepsWithoutTracks) {
 }
 
 TEST_F(ActivityControllerTest, ListenPointsThePlaylistAtTheRelayAndReportsARefusal) {
-    controller();
+    // relayPort "0": the relay listens where the system says, not on port 0.
+    prefs().setParam(std::string("0"), "relayPort");
+    ConnectionServices services;
+    services.makeRelay = RipperRelay::factory();
+    controller({}, std::move(services));
     controller_->doubleClick();  // nothing selected: nothing happens
     EXPECT_TRUE(ui_.opened.empty());
 
     Ripper* c = record("Listen Here");
     ASSERT_TRUE(streams(c));
+    ASSERT_TRUE(runUntil([&] { return c->relayPort() != 0; }));
     controller_->listen();
     ASSERT_EQ(ui_.opened, std::vector<std::string>{RelayPlaylist::path()});
     EXPECT_EQ(readFile(RelayPlaylist::path()), "[playlist]\nNumberOfEntries=1\nFile1=http://localhost:" +
-                                                   std::to_string(c->servePort()) + "\nTitle1=Listen Here");
+                                                   std::to_string(c->relayPort()) + "\nTitle1=Listen Here");
     EXPECT_TRUE(ui_.alerts.empty());
 
     ui_.playerAccepts = false;
