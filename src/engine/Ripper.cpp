@@ -62,6 +62,8 @@ void Ripper::start() {
     thread_ = std::thread([this, socket = replaceSocket()] {
         startRipping(socket);
         threadActive_ = false;
+        // Whoever waits on the main loop for the connection's end sees it now.
+        refreshStatus();
     });
 }
 

@@ -116,6 +116,18 @@ std::size_t TCPSocket::readBytesToBuffer(void* buffer, std::int64_t length, doub
     auto wanted = static_cast<std::size_t>(length);
     std::size_t done = 0;
     while (done < wanted) {
+        // What has already arrived is taken without a wait: a fast stream then
+        // costs one call per read, and the mark is set only when it must wait.
+        if (fd() >= 0) {
+            ssize_t got = ::recv(fd(), out + done, wanted - done, MSG_DONTWAIT);
+            if (got > 0) {
+                done += static_cast<std::size_t>(got);
+                continue;
+            }
+            if (got == 0) return done;
+            if (errno == EINTR) continue;
+            if (errno != EAGAIN && errno != EWOULDBLOCK) throw withErrno("TCP Read Error");
+        }
         short revents = 0;
         setLowWater(wanted - done);
         if (waitFor(POLLIN, timeout, revents) < 1) {
