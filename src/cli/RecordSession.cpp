@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 #include <cstdio>
 #include <optional>
 
@@ -16,6 +15,7 @@
 #include "platform/DefaultsStore.h"
 #include "platform/Desktop.h"
 #include "platform/Home.h"
+#include "platform/InterruptWatcher.h"
 #include "platform/MainLoop.h"
 #include "store/Bookmark.h"
 #include "store/Preferences.h"
@@ -23,8 +23,6 @@
 namespace quillon {
 
 namespace {
-volatile std::sig_atomic_t interrupted = 0;
-extern "C" void onInterrupt(int) { interrupted = 1; }
 
 std::string humanBytes(std::uint64_t bytes) {
     if (bytes < 1024 * 1024) return fmt::format("{:.1f} KiB", bytes / 1024.0);
@@ -154,7 +152,7 @@ void RecordSession::drawStatusLines(bool final) {
 }
 
 bool RecordSession::finished() {
-    if (interrupted || !controller_) return true;
+    if ((interrupts_ && interrupts_->interrupted()) || !controller_) return true;
     const std::size_t rows = controller_->numberOfRows();
     if (rows == 0) return true;
     bool allStopped = true;
@@ -190,9 +188,8 @@ int RecordSession::run(const std::vector<std::shared_ptr<Bookmark>>& bookmarks) 
         return 1;
     }
     tty_ = ::isatty(STDERR_FILENO) != 0;
-    interrupted = 0;
-    auto previousInt = std::signal(SIGINT, onInterrupt);
-    auto previousTerm = std::signal(SIGTERM, onInterrupt);
+    // Ctrl-C arrives as a task on the loop, which then finds the run finished.
+    interrupts_ = std::make_unique<InterruptWatcher>([] {});
 
     MainLoop& loop = MainLoop::main();
     loop.runUntil([] { return true; }, 0);  // this thread is the main thread from here on
@@ -230,10 +227,10 @@ int RecordSession::run(const std::vector<std::shared_ptr<Bookmark>>& bookmarks) 
         redraw = loop.addTimer(
             0.5, [this] { drawStatusLines(false); }, true);
     double limit = options_.seconds.value_or(1e9);
-    // Status changes are posted to the loop, which re-checks after each; the
-    // half-second check only notices Ctrl-C, and keeps an idle recorder from
-    // waking the processor for nothing.
-    loop.runUntil([this] { return finished(); }, limit, 0.5);
+    // Status changes and Ctrl-C are posted to the loop, which re-checks after
+    // each; a timed check is needed only while waiting for the block after a
+    // track (bytes read are not posted), so an idle recorder sleeps.
+    loop.runUntil([this] { return finished(); }, limit, options_.finishedTracks > 0 ? 0.1 : 5);
     if (redraw) loop.cancelTimer(*redraw);
     drawStatusLines(true);
 
@@ -246,8 +243,7 @@ int RecordSession::run(const std::vector<std::shared_ptr<Bookmark>>& bookmarks) 
     for (const auto& line : log_.lines()) reason = line;
     *alive = false;
     controller_.reset();  // ends every connection
-    std::signal(SIGINT, previousInt);
-    std::signal(SIGTERM, previousTerm);
+    interrupts_.reset();
 
     if (!failed.empty()) {
         for (const auto& where : failed)

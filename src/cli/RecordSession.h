@@ -21,6 +21,7 @@
 namespace quillon {
 
 class ActivityController;
+class InterruptWatcher;
 class Bookmark;
 
 struct RecordOptions {
@@ -73,6 +74,7 @@ private:
 
     RecordOptions options_;
     std::unique_ptr<ActivityController> controller_;
+    std::unique_ptr<InterruptWatcher> interrupts_;
     Log::Capture log_;
     std::map<const Ripper*, bool> streamed_;  // every connection made, and whether it ever streamed
     std::map<const Ripper*, std::uint64_t> bytesAtLastTrack_;
