@@ -141,7 +141,7 @@ std::string TimeUtil::intervalRepresentation(double seconds) {
     double whole = std::isnan(seconds) ? 0 : std::clamp(std::trunc(seconds), -limit, limit);
     long long n = static_cast<long long>(whole);
     auto lastTwo = [](long long v) {
-        std::string s = "0" + std::to_string(v);
+        std::string s = fmt::format("0{}", v);
         return s.substr(s.size() - 2);
     };
     return fmt::format("{}D {}:{}:{}", n / 86400, (n % 86400) / 3600, lastTwo((n % 3600) / 60),
