@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "AppTestSupport.h"
 #include "app/ActivityViewModel.h"
@@ -15,6 +13,7 @@ namespace quillon {
 namespace {
 
 using test::FakeInterface;
+using test::runUntil;
 
 class ActivityControllerTest : public test::AppFixture {
 protected:
@@ -47,13 +46,6 @@ protected:
         for (std::size_t r = 0; r < controller_->numberOfRows(); ++r)
             out.push_back(controller_->connectionAt(r).connName());
         return out;
-    }
-
-    static std::string readFile(const std::string& path) {
-        std::ifstream in(path);
-        std::stringstream s;
-        s << in.rdbuf();
-        return s.str();
     }
 
     FakeInterface ui_;
@@ -298,8 +290,9 @@ TEST_F(ActivityControllerTest, ListenPointsThePlaylistAtTheRelayAndReportsARefus
     ASSERT_TRUE(runUntil([&] { return c->relayPort() != 0; }));
     controller_->listen();
     ASSERT_EQ(ui_.opened, std::vector<std::string>{RelayPlaylist::path()});
-    EXPECT_EQ(readFile(RelayPlaylist::path()), "[playlist]\nNumberOfEntries=1\nFile1=http://localhost:" +
-                                                   std::to_string(c->relayPort()) + "\nTitle1=Listen Here");
+    EXPECT_EQ(test::readText(RelayPlaylist::path()),
+              "[playlist]\nNumberOfEntries=1\nFile1=http://localhost:" + std::to_string(c->relayPort()) +
+                  "\nTitle1=Listen Here");
     EXPECT_TRUE(ui_.alerts.empty());
 
     ui_.playerAccepts = false;
@@ -331,7 +324,7 @@ TEST_F(ActivityControllerTest, TheRecentListStartsAConnectionAndBeepsOnABadFile)
     EXPECT_EQ(controller_->connectionAt(0).connName(), "From Recents");
     EXPECT_EQ(controller_->recentMenu().subItems().size(), 1u);
 
-    controller_->connectFromRecentMenu(root_ + "/no-such.qlnbk");
+    controller_->connectFromRecentMenu(folder_ + "/no-such.qlnbk");
     controller_->connectWithBookmark(nullptr);
     EXPECT_EQ(ui_.beeps, 2);
     EXPECT_EQ(controller_->numberOfRows(), 1u);
@@ -379,7 +372,7 @@ TEST_F(ActivityControllerTest, TheDiskGuardStopsEverythingOnlyWhenSomethingRuns)
 
 TEST_F(ActivityControllerTest, AFolderForThisRunIsUsedInsteadOfTheStoredOne) {
     controller();
-    std::string run = root_ + "/this-run";
+    std::string run = folder_ + "/this-run";
     controller_->setRecordsFolder(run);
     EXPECT_EQ(record("Elsewhere"), nullptr);  // not made yet
     EXPECT_EQ(ui_.alerts, std::vector<std::string>{"ERROR_CANNOT_START_RECORD"});

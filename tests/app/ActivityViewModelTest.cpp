@@ -9,6 +9,7 @@ namespace quillon {
 namespace {
 
 using test::FakeInterface;
+using test::runUntil;
 
 TEST(ActivityViewModelRules, WithoutASelectionOnlyRevealAndGetInfoStayEnabled) {
     struct Case {

@@ -12,15 +12,9 @@
 
 #include "app/ActivityController.h"
 #include "app/UserInterface.h"
-#include "engine/Ripper.h"
+#include "engine/RipperTestSupport.h"
 #include "net/RelayPlaylist.h"
 #include "platform/DefaultsStore.h"
-#include "platform/Home.h"
-#include "platform/MainLoop.h"
-#include "platform/Timing.h"
-#include "station/Station.h"
-#include "store/Bookmark.h"
-#include "store/Preferences.h"
 
 namespace quillon::test {
 
@@ -67,45 +61,30 @@ public:
     std::vector<int> states;  // each state told at once, repeats folded
 };
 
-// A fresh recordings folder, recent list and preferences for every test, the
-// relay playlist in the test's own folder, and short time-outs; all put back
-// afterwards.
-class AppFixture : public ::testing::Test {
+// A connection fixture with the activity list's surroundings: the recordings
+// folder kept as the stored one, an empty recent list, and the relay playlist
+// in the test's own folder; all put back afterwards.
+class AppFixture : public RipperFixture {
 protected:
     void SetUp() override {
-        saved_ = timing();
-        timing().streamReadTimeout = 2;
-        timing().connectRetryDelay = 0.05;
-        timing().restartDelay = 0.1;
-        std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
-        root_ = homePath("app-tests/" + name);
-        std::filesystem::remove_all(root_);
-        records_ = root_ + "/records";
+        RipperFixture::SetUp();
+        records_ = folder_ + "/records";
         makeFolders(records_);
-        Preferences::resetShared();
         DefaultsStore::standard().setObject(PlistValue(records_), "RECORDS_STORAGE_FOLDER");
         std::filesystem::remove_all(homePath("Library/Application Support/Quillon/Recents"));
         std::filesystem::remove(homePath("Library/Preferences/kv.recents.qln"));
-        RelayPlaylist::setPath(root_ + "/restream.pls");
-        MainLoop::main().runUntil([] { return true; }, 0);  // the test thread is the main thread
+        RelayPlaylist::setPath(folder_ + "/restream.pls");
     }
     void TearDown() override {
-        timing() = saved_;
         RelayPlaylist::setPath("");
         DefaultsStore::standard().removeObject("RECORDS_STORAGE_FOLDER");
-        Preferences::resetShared();
+        RipperFixture::TearDown();
     }
-
-    Preferences& prefs() { return *Preferences::preferences(); }
 
     // A bookmark for the station, saved as a file (connections need one).
     std::shared_ptr<Bookmark> bookmarkFor(std::uint16_t port, const std::string& name) const {
-        auto b = std::make_shared<Bookmark>();
-        b->setName(name);
-        b->setHost(std::string("127.0.0.1"));
-        b->setPort(std::to_string(port));
-        b->setPath(std::string("/stream"));
-        std::string folder = root_ + "/bookmarks";
+        auto b = RipperFixture::bookmarkFor(port, name);
+        std::string folder = folder_ + "/bookmarks";
         makeFolders(folder);
         b->setFilePath(b->pathInFolder(folder));
         EXPECT_TRUE(b->saveToFile(folder));
@@ -114,26 +93,18 @@ protected:
 
     // A slow station: counter bytes at the announced rate, titles every 16 s.
     static std::unique_ptr<Station> startStation() {
-        StationOptions o;
-        o.payload = StationPayload::counter;
-        o.rate = StationRate::realtime;
-        o.metaint = 8192;
-        o.bitrate = 128;
-        auto station = std::make_unique<Station>(o);
+        StationOptions options = counterStation();
+        options.rate = StationRate::realtime;
+        options.metaint = 8192;
+        auto station = std::make_unique<Station>(options);
         station->start();
         return station;
-    }
-
-    static bool runUntil(const std::function<bool()>& done, double seconds = 20) {
-        return MainLoop::main().runUntil(done, seconds);
     }
 
     static std::string recentCopy(const std::string& name) {
         return homePath("Library/Application Support/Quillon/Recents/" + name + ".qlnbk");
     }
 
-    Timing saved_;
-    std::string root_;
     std::string records_;
 };
 

@@ -5,7 +5,6 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 
 #include "AppTestSupport.h"
 #include "app/RecentMenu.h"
@@ -18,9 +17,7 @@ namespace {
 class RecentMenuTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        root_ = homePath("recent-tests/" +
-                         std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        std::filesystem::remove_all(root_);
+        root_ = test::testFolder("recent-tests");
         makeFolders(root_ + "/Recents");
         listPath_ = root_ + "/Preferences/kv.recents.qln";
     }
@@ -28,7 +25,7 @@ protected:
     // Adds an entry the way a connection does: a copy file, then the entry.
     void add(RecentMenu& menu, const std::string& name) {
         std::string copy = root_ + "/Recents/" + name + ".qlnbk";
-        std::ofstream(copy) << name;
+        test::writeText(copy, name);
         menu.addRecent(copy, name);
     }
 
@@ -55,12 +52,7 @@ TEST_F(RecentMenuTest, TheSeventeenthNameDropsTheOldestAndItsCopy) {
     EXPECT_EQ(menu.subItems().back().title(), "Station 17");
     EXPECT_FALSE(std::filesystem::exists(oldest));
     // Every remaining entry still has its copy, and no other copy is left.
-    std::size_t files = 0;
-    for (auto& e : std::filesystem::directory_iterator(root_ + "/Recents")) {
-        (void)e;
-        ++files;
-    }
-    EXPECT_EQ(files, 16u);
+    EXPECT_EQ(test::countEntries(root_ + "/Recents"), 16u);
     for (const auto& item : menu.subItems())
         EXPECT_TRUE(std::filesystem::exists(item.filePath())) << item.title();
 }

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 
 #include "AppTestSupport.h"
 #include "app/FreeSpace.h"
@@ -19,10 +18,7 @@ using Module = StorageFolder::Module;
 class StorageFolderTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        root_ = homePath("storage-tests/" +
-                         std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        std::filesystem::remove_all(root_);
-        makeFolders(root_);
+        root_ = test::testFolder("storage-tests");
         for (auto m : {Module::activity, Module::bookmarks, Module::history, Module::base})
             DefaultsStore::standard().removeObject(StorageFolder::forModule(m).storageFolderKey());
     }
@@ -79,7 +75,7 @@ TEST_F(StorageFolderTest, OnlyARealDirectoryIsUsable) {
     std::string file = root_ + "/file";
     makeFolders(dir);
     std::filesystem::create_directory_symlink(dir, link);
-    { std::ofstream(file) << "x"; }
+    test::writeText(file, "x");
     struct Case {
         std::string path;
         bool usable;

@@ -1,10 +1,7 @@
 // Records from a real Icecast server on loopback, fed by ezstream from a
 // playlist of tagged MP3 files: one file per title, named after it, decoding
 // cleanly in real players, with tags that TagLib reads back.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <taglib/fileref.h>
@@ -12,14 +9,9 @@
 #include <taglib/tag.h>
 
 #include <filesystem>
-#include <fstream>
 
-#include "engine/Ripper.h"
-#include "engine/RipperOwner.h"
-#include "platform/Home.h"
-#include "platform/MainLoop.h"
-#include "store/Bookmark.h"
-#include "store/Preferences.h"
+#include "engine/RipperTestSupport.h"
+#include "support/Loopback.h"
 #include "support/Process.h"
 
 namespace quillon::test {
@@ -27,68 +19,27 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::uint16_t freePort() {
-    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
-    socklen_t len = sizeof a;
-    ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
-    ::close(fd);
-    return ntohs(a.sin_port);
-}
-
-bool acceptsConnections(std::uint16_t port) {
-    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_port = htons(port);
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bool ok = ::connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0;
-    ::close(fd);
-    return ok;
-}
+bool acceptsConnections(std::uint16_t port) { return connectToLoopback(port).isOpen(); }
 
 // Whether the server answers a request for `path` with a 200 status line.
 bool mountIsLive(std::uint16_t port, const std::string& path) {
-    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_port = htons(port);
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    FileHandle fd = connectToLoopback(port);
     std::string reply;
-    if (::connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0) {
-        std::string request = "GET " + path + " HTTP/1.0\r\n\r\n";
-        if (::send(fd, request.data(), request.size(), MSG_NOSIGNAL) > 0) {
-            char buf[64];
-            ssize_t n = ::recv(fd, buf, sizeof buf, 0);
-            if (n > 0) reply.assign(buf, static_cast<std::size_t>(n));
-        }
+    const std::string request = "GET " + path + " HTTP/1.0\r\n\r\n";
+    if (fd.isOpen() && ::send(fd.fd(), request.data(), request.size(), MSG_NOSIGNAL) > 0) {
+        char buf[64];
+        ssize_t n = ::recv(fd.fd(), buf, sizeof buf, 0);
+        if (n > 0) reply.assign(buf, static_cast<std::size_t>(n));
     }
-    ::close(fd);
     return reply.find(" 200 ") != std::string::npos;
 }
-
-void writeText(const fs::path& path, const std::string& text) { std::ofstream(path) << text; }
-
-class Owner : public RipperOwner {
-public:
-    explicit Owner(std::string folder) : folder_(std::move(folder)) {}
-    std::uint16_t firstFreeRelay() override { return 9000; }
-    std::string downloadPath() override { return folder_; }
-    void refreshDetails(Ripper&) override {}
-
-private:
-    std::string folder_;
-};
 
 // An Icecast server and an ezstream source playing `tracks` tagged tones.
 class IcecastStation {
 public:
     // Works in a folder of its own in the temp folder: the server drops to its own
     // user, which must reach its log folder (the test's home is private).
-    explicit IcecastStation(int tracks) : dir_(makeTempFolder()), port_(freePort()) {
+    explicit IcecastStation(int tracks) : dir_(makeTempFolder()), port_(unusedPort()) {
         fs::permissions(dir_, fs::perms::all);
         std::string playlist;
         for (int i = 1; i <= tracks; ++i) {
@@ -148,10 +99,8 @@ public:
     // What the server and the source said, for a failure message.
     std::string output() const {
         std::string out;
-        for (const char* name : {"server.out", "source.out", "error.log"}) {
-            std::ifstream in(dir_ / name);
-            out += std::string("--- ") + name + "\n" + std::string(std::istreambuf_iterator<char>(in), {});
-        }
+        for (const char* name : {"server.out", "source.out", "error.log"})
+            out += std::string("--- ") + name + "\n" + readText(dir_ / name);
         return out;
     }
 
@@ -174,7 +123,6 @@ TEST(IcecastRecordingTest, OneDecodableTaggedFilePerTitle) {
     Preferences::resetShared();
     Preferences::preferences()->setState(true, "incomplete");
     std::string folder = homePath("recordings-icecast");
-    fs::create_directories(folder);
     Bookmark bookmark;
     bookmark.setName(std::string("Loopback FM"));
     bookmark.setHost(std::string("127.0.0.1"));
@@ -182,19 +130,18 @@ TEST(IcecastRecordingTest, OneDecodableTaggedFilePerTitle) {
     bookmark.setPath(std::string("/live.mp3"));
     bookmark.setGenre(std::string("Jazz"));
 
-    Owner owner(folder);
-    MainLoop& loop = MainLoop::main();
-    loop.runUntil([] { return true; }, 0);
+    RecordingOwner owner(folder);
+    becomeMainThread();
     {
         Ripper ripper(owner, bookmark, false, false);
         // Three title changes after the first title: tracks two and three are
         // then whole, cut where their titles arrived.
-        ASSERT_TRUE(loop.runUntil([&] { return ripper.trackCount() >= 4; }, 40)) << ripper.status();
+        ASSERT_TRUE(runUntil([&] { return ripper.trackCount() >= 4; }, 40)) << ripper.status();
         EXPECT_EQ(ripper.streamHeader().name(), "Loopback FM");
         EXPECT_EQ(ripper.bitrate(), 128u);
         // One more block so that the newest cut is reached.
         std::uint64_t reached = ripper.bytesRead();
-        loop.runUntil([&] { return ripper.bytesRead() > reached + 2 * 16000; }, 10);
+        runUntil([&] { return ripper.bytesRead() > reached + 2 * 16000; }, 10);
         ripper.userClose();
     }
 

@@ -5,22 +5,17 @@
 
 #include <csignal>
 #include <filesystem>
-#include <fstream>
 #include <regex>
 #include <thread>
 
 #include "platform/Home.h"
+#include "support/Files.h"
 #include "support/Process.h"
 
 namespace quillon::test {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string readFile(const fs::path& path) {
-    std::ifstream in(path);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
 
 // A `quillon station` process; its port is read from the line it prints.
 class StationProcess {
@@ -32,7 +27,7 @@ public:
         process_ = std::make_unique<ServerProcess>(argv, log_);
         std::smatch m;
         for (int i = 0; i < 200; ++i) {
-            std::string out = readFile(log_);
+            std::string out = readText(log_);
             if (std::regex_search(out, m, std::regex("127\\.0\\.0\\.1:(\\d+)/"))) {
                 url_ = "http://127.0.0.1:" + m[1].str() + "/stream";
                 return;
@@ -99,7 +94,7 @@ TEST(RecordCommandTest, StopsAfterTheGivenDurationOrOnInterrupt) {
     for (int i = 0; i < 200 && mp3Files(folder / "int").empty(); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(25));
     ::kill(recording.pid(), SIGINT);
-    EXPECT_EQ(recording.wait(), 0) << readFile(log);
+    EXPECT_EQ(recording.wait(), 0) << readText(log);
 }
 
 TEST(RecordCommandTest, ARefusedStreamExitsWithItsReason) {

@@ -2,22 +2,16 @@
 // players receive compared with what the connection wrote, a real player that
 // reports the titles, relaying without recording, opening the player, and the
 // relay ports of several connections.
-#include <fcntl.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
-#include <fstream>
-#include <sstream>
 
 #include "RipperTestSupport.h"
 #include "engine/RipperRelay.h"
 #include "net/RelayPlaylist.h"
 #include "net/RelayTestSupport.h"
 #include "platform/AtomicFile.h"
-
-extern char** environ;
+#include "support/Process.h"
 
 namespace quillon::test {
 namespace {
@@ -43,38 +37,6 @@ public:
 
 private:
     std::uint16_t base_;
-};
-
-// A process started by the test, ended (by its id) and reaped by the test.
-class Child {
-public:
-    Child(std::vector<std::string> args, const std::string& output) {
-        std::vector<char*> argv;
-        for (auto& a : args) argv.push_back(a.data());
-        argv.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-        posix_spawn_file_actions_addopen(&actions, 1, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        posix_spawn_file_actions_adddup2(&actions, 1, 2);
-        if (::posix_spawnp(&pid_, argv[0], &actions, nullptr, argv.data(), environ) != 0) pid_ = -1;
-        posix_spawn_file_actions_destroy(&actions);
-    }
-    ~Child() {
-        if (pid_ <= 0) return;
-        ::kill(pid_, SIGKILL);
-        ::waitpid(pid_, nullptr, 0);
-    }
-    bool started() const { return pid_ > 0; }
-    bool exited() {
-        if (pid_ <= 0) return true;
-        if (::waitpid(pid_, nullptr, WNOHANG) != pid_) return false;
-        pid_ = -1;
-        return true;
-    }
-
-private:
-    pid_t pid_ = -1;
 };
 
 class RelayRipperTest : public RipperFixture {
@@ -140,7 +102,7 @@ TEST_F(RelayRipperTest, TwentyPlayersGetExactlyTheRecordedAudioWhileAnotherStall
         }
         ASSERT_TRUE(runUntil([&] {
             for (auto& p : players)
-                if (readIcy(p->received(), kBlock, true).audio.size() < 12) return false;
+                if (parseIcyReply(p->received(), kBlock).audio.size() < 12 * kBlock) return false;
             return true;
         }));
         // What the players got so far must leave the delay line before the file ends.
@@ -157,14 +119,14 @@ TEST_F(RelayRipperTest, TwentyPlayersGetExactlyTheRecordedAudioWhileAnotherStall
         ASSERT_EQ(static_cast<std::uint8_t>(file[i]), Station::counterByte(kBlock + i)) << "file byte " << i;
     for (std::size_t n = 0; n < players.size(); ++n) {
         SCOPED_TRACE("player " + std::to_string(n));
-        IcyStream got = readIcy(received[n], kBlock, true);
+        IcyStream got = parseIcyReply(received[n], kBlock);
         EXPECT_TRUE(got.wellFormed);
         EXPECT_NE(got.header.find("icy-metaint:16000\r\n"), std::string::npos) << got.header;
         // Each block is a block of the file, later than the one before.
+        const auto blocks = got.audioBlocks(kBlock);
         std::size_t next = 0;
-        for (std::size_t i = 0; i < got.audio.size(); ++i) {
-            while ((next + 1) * kBlock <= file.size() &&
-                   file.compare(next * kBlock, kBlock, got.audio[i]) != 0)
+        for (std::size_t i = 0; i < blocks.size(); ++i) {
+            while ((next + 1) * kBlock <= file.size() && file.compare(next * kBlock, kBlock, blocks[i]) != 0)
                 ++next;
             ASSERT_LE((next + 1) * kBlock, file.size())
                 << "block " << i << " is not in the file after block " << next;
@@ -173,11 +135,12 @@ TEST_F(RelayRipperTest, TwentyPlayersGetExactlyTheRecordedAudioWhileAnotherStall
         // The title with the first block, and never another one. (Whichever player
         // is first in the relay's list may hear it once more: the relay's last
         // title starts out empty, so the first title counts as a change.)
-        EXPECT_EQ(titleIn(got.meta.front()), "Solo - Track");
+        ASSERT_FALSE(got.meta.empty());
+        EXPECT_EQ(streamTitle(got.meta.front().text), "Solo - Track");
         int repeats = 0;
         for (std::size_t i = 1; i < got.meta.size(); ++i) {
-            if (got.meta[i].empty()) continue;
-            EXPECT_EQ(titleIn(got.meta[i]), "Solo - Track") << i;
+            if (got.meta[i].length == 0) continue;
+            EXPECT_EQ(streamTitle(got.meta[i].text), "Solo - Track") << i;
             ++repeats;
         }
         EXPECT_LE(repeats, 1);
@@ -201,10 +164,10 @@ TEST_F(RelayRipperTest, MpegPlayerReportsTheStationTitlesAsTheyChange) {
         Ripper ripper(owner, *bookmarkFor(station.port()), true, false, relayServices(port));
         ASSERT_TRUE(runUntil([&] { return port != 0; }));
         // About five seconds of audio, decoded and thrown away.
-        Child player({"mpg123", "-v", "-t", "-n", "190", "http://127.0.0.1:" + std::to_string(port) + "/"},
-                     output);
-        ASSERT_TRUE(player.started());
-        EXPECT_TRUE(runUntil([&] { return player.exited(); }, 60));
+        ServerProcess player(
+            {"mpg123", "-v", "-t", "-n", "190", "http://127.0.0.1:" + std::to_string(port) + "/"}, output);
+        ASSERT_GT(player.pid(), 0);
+        EXPECT_TRUE(runUntil([&] { return !player.running(); }, 60));
         ripper.userClose();
     }
     station.stop();
@@ -214,7 +177,7 @@ TEST_F(RelayRipperTest, MpegPlayerReportsTheStationTitlesAsTheyChange) {
     std::vector<std::size_t> seen;  // indexes of the titles in the order reported
     for (std::size_t at = log.find("StreamTitle='"); at != std::string::npos;
          at = log.find("StreamTitle='", at + 1)) {
-        std::string title = titleIn(log.substr(at, 64));
+        std::string title = streamTitle(log.substr(at, 64)).value_or("");
         auto it = std::find(options.titles.begin(), options.titles.end(), title);
         ASSERT_NE(it, options.titles.end()) << title;
         const auto index = static_cast<std::size_t>(it - options.titles.begin());
@@ -239,11 +202,11 @@ TEST_F(RelayRipperTest, RelayOnlyConnectionServesPlayersAndWritesNoFile) {
         Ripper ripper(owner, *bookmarkFor(station.port()), true, false, relayServices(port));
         ASSERT_TRUE(runUntil([&] { return port != 0; }));
         RelayClient player(port);
-        ASSERT_TRUE(runUntil([&] { return readIcy(player.received(), 8192, false).audio.size() >= 4; }));
+        ASSERT_TRUE(runUntil([&] { return parseIcyReply(player.received(), 0).audio.size() >= 4 * 8192; }));
         EXPECT_EQ(ripper.ripperState(), Ripper::Relaying);
         // Audio only: every 8192 bytes one unbroken run of the counter; a
         // metadata byte anywhere would break the run.
-        for (const auto& block : readIcy(player.received(), 8192, false).audio) {
+        for (const auto& block : parseIcyReply(player.received(), 0).audioBlocks(8192)) {
             const auto first = static_cast<std::uint8_t>(block[0]);
             for (std::size_t i = 0; i < block.size(); ++i)
                 ASSERT_EQ(static_cast<std::uint8_t>(block[i]), (first + i) % 251) << i;
@@ -312,7 +275,7 @@ TEST_F(RelayRipperTest, ConnectionsListenOnConsecutivePortsAndAStoppedOnesPortIs
     EXPECT_EQ(portB, base + 1);
 
     RelayClient player(portA);
-    ASSERT_TRUE(runUntil([&] { return !readIcy(player.received(), options.metaint, true).audio.empty(); }));
+    ASSERT_TRUE(runUntil([&] { return !parseIcyReply(player.received(), options.metaint).meta.empty(); }));
     a->userClose();
     EXPECT_EQ(a->servePort(), 0);
     EXPECT_TRUE(runUntil([&] { return player.ended(); }));
@@ -322,7 +285,7 @@ TEST_F(RelayRipperTest, ConnectionsListenOnConsecutivePortsAndAStoppedOnesPortIs
     ASSERT_TRUE(runUntil([&] { return portC != 0; }));
     EXPECT_EQ(portC, base);
     RelayClient next(portC);
-    EXPECT_TRUE(runUntil([&] { return !readIcy(next.received(), options.metaint, true).audio.empty(); }));
+    EXPECT_TRUE(runUntil([&] { return !parseIcyReply(next.received(), options.metaint).meta.empty(); }));
     b.userClose();
     c.userClose();
     owner.live.clear();

@@ -1,24 +1,11 @@
 // A connection facing every failure it knows: refused and unknown statuses,
 // redirects, lost sync, a silent server, broken metadata, a dead port; with
 // reconnecting off and on. Checks the log reasons and the states shown.
-#include <dirent.h>
-
-#include <filesystem>
-
 #include "RipperTestSupport.h"
 #include "platform/Log.h"
 
 namespace quillon::test {
 namespace {
-
-std::size_t countEntries(const char* folder) {
-    std::size_t n = 0;
-    for (auto& e : std::filesystem::directory_iterator(folder)) {
-        (void)e;
-        ++n;
-    }
-    return n;
-}
 
 class RipperFaultTest : public RipperFixture {
 protected:
@@ -174,8 +161,8 @@ TEST_F(RipperFaultTest, ManyConnectionsLeaveNoDescriptorOrThreadBehind) {
     Station station(options);
     station.start();
     // Let the station's own threads settle before counting.
-    std::size_t fdsBefore = countEntries("/proc/self/fd");
-    std::size_t threadsBefore = countEntries("/proc/self/task");
+    std::size_t fdsBefore = openDescriptorCount();
+    std::size_t threadsBefore = threadCount();
     for (int i = 0; i < 20; ++i) {
         RecordingOwner owner(folder_ + "/" + std::to_string(i));
         Ripper ripper(owner, *bookmarkFor(station.port()), false, false);
@@ -183,8 +170,8 @@ TEST_F(RipperFaultTest, ManyConnectionsLeaveNoDescriptorOrThreadBehind) {
     }
     // The station reaps its finished client threads as new clients come.
     ASSERT_TRUE(runUntil([&] { return station.clientCount() == 0; }));
-    EXPECT_EQ(countEntries("/proc/self/fd"), fdsBefore);
-    EXPECT_LE(countEntries("/proc/self/task"), threadsBefore + 1);
+    EXPECT_EQ(openDescriptorCount(), fdsBefore);
+    EXPECT_LE(threadCount(), threadsBefore + 1);
 }
 
 TEST_F(RipperFaultTest, ClosingWhileTheFirstBlocksAreReadEndsInStopped) {

@@ -13,11 +13,11 @@
 #include "engine/Ripper.h"
 #include "engine/RipperOwner.h"
 #include "platform/Home.h"
-#include "platform/MainLoop.h"
-#include "platform/Timing.h"
 #include "station/Station.h"
 #include "store/Bookmark.h"
 #include "store/Preferences.h"
+#include "support/Files.h"
+#include "support/MainThread.h"
 
 namespace quillon::test {
 
@@ -39,25 +39,19 @@ private:
     std::vector<int> states_;
 };
 
-// Fresh preferences and short time-outs for each test; the timing table and the
-// shared preferences are put back afterwards.
+// A recordings folder of its own, fresh preferences and short time-outs for
+// each test; the timing table and the shared preferences are put back afterwards.
 class RipperFixture : public ::testing::Test {
 protected:
     void SetUp() override {
-        saved_ = timing();
         timing().streamReadTimeout = 2;
         timing().connectRetryDelay = 0.05;
         timing().restartDelay = 0.1;
-        std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
-        folder_ = homePath("recordings/" + name);
-        std::filesystem::remove_all(folder_);
+        folder_ = testFolder("recordings");
         Preferences::resetShared();
-        MainLoop::main().runUntil([] { return true; }, 0);  // the test thread is the main thread
+        becomeMainThread();
     }
-    void TearDown() override {
-        timing() = saved_;
-        Preferences::resetShared();
-    }
+    void TearDown() override { Preferences::resetShared(); }
 
     Preferences& prefs() { return *Preferences::preferences(); }
 
@@ -80,11 +74,6 @@ protected:
         return o;
     }
 
-    // Runs the main loop until the condition holds (or the time is up).
-    static bool runUntil(const std::function<bool()>& done, double seconds = 20) {
-        return MainLoop::main().runUntil(done, seconds);
-    }
-
     std::vector<std::string> filesUnder(const std::string& folder) const {
         std::vector<std::string> out;
         if (!std::filesystem::exists(folder)) return out;
@@ -94,7 +83,7 @@ protected:
         return out;
     }
 
-    Timing saved_;
+    ScopedTiming savedTiming_;
     std::string folder_;
 };
 

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "HistoryTestSupport.h"
+#include "support/Process.h"
 
 namespace quillon::test {
 namespace {
@@ -26,10 +27,11 @@ protected:
             makeItem("Metallica - One", "Rock FM", localDate(2008, 7, 6, 22), true, true));
     }
 
-    RunResult quillon(std::vector<std::string> args, const std::string& input = "",
-                      Input mode = Input::text) {
+    // `typed`: the answers typed on a terminal; without them there is none to ask on.
+    ProcessResult quillon(std::vector<std::string> args, std::optional<std::string> typed = std::nullopt) {
         args.insert(args.begin(), QUILLON_BINARY);
-        return runProgram(args, home_, input, mode);
+        return runProcess(args,
+                          {.environment = {{"QUILLON_HOME", home_}}, .terminalInput = std::move(typed)});
     }
 
     std::vector<std::string> lines(const std::string& text) {
@@ -167,7 +169,7 @@ TEST_F(HistoryCommand, RemoveTracksAndDays) {
 
 TEST_F(HistoryCommand, RemoveAsksOnTheTerminal) {
     // "n" keeps the day and the track in it.
-    auto kept = quillon({"history", "rm", "2008_07_06", "2008_07_05:2"}, "n\nn\n", Input::terminal);
+    auto kept = quillon({"history", "rm", "2008_07_06", "2008_07_05:2"}, "n\nn\n");
     ASSERT_EQ(kept.status, 0) << kept.err;
     EXPECT_NE(kept.err.find("Delete 1 track(s) from the history?"), std::string::npos);
     EXPECT_NE(kept.err.find("Delete this item ? Sunday, July 06 2008"), std::string::npos);
@@ -175,7 +177,7 @@ TEST_F(HistoryCommand, RemoveAsksOnTheTerminal) {
     EXPECT_EQ(lines(quillon({"history", "list"}).out).size(), 2u);
     EXPECT_EQ(lines(quillon({"history", "list", "--day", "2008_07_05"}).out).size(), 3u);
 
-    auto removed = quillon({"history", "rm", "2008_07_06", "2008_07_05:2"}, "y\nyes\n", Input::terminal);
+    auto removed = quillon({"history", "rm", "2008_07_06", "2008_07_05:2"}, "y\nyes\n");
     ASSERT_EQ(removed.status, 0) << removed.err;
     EXPECT_EQ(removed.out, "Removed day 2008_07_06\nRemoved 1 track(s)\n");
     EXPECT_EQ(lines(quillon({"history", "list"}).out).size(), 1u);

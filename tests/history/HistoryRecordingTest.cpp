@@ -43,10 +43,7 @@ class HistoryRecordingTest : public RipperFixture {
 protected:
     void SetUp() override {
         RipperFixture::SetUp();
-        std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
-        historyFolder_ = homePath("history-recordings/" + name);
-        std::filesystem::remove_all(historyFolder_);
-        makeFolders(historyFolder_);
+        historyFolder_ = testFolder("history-recordings");
         history_ = std::make_shared<History>(historyFolder_);
         prefs().setState(true, "log");
     }

@@ -10,7 +10,8 @@
 #include "HistoryTestSupport.h"
 #include "history/HistoryTrackLog.h"
 #include "platform/Log.h"
-#include "platform/MainLoop.h"
+#include "support/MainThread.h"
+#include "support/Process.h"
 
 namespace quillon::test {
 namespace {
@@ -264,13 +265,12 @@ TEST_F(HistoryTest, FilesAddedByHand) {
 }
 
 TEST_F(HistoryTest, RefreshesAreQueuedToTheMainThreadAndCoalesced) {
-    MainLoop& loop = MainLoop::main();
-    loop.runUntil([] { return true; }, 0);  // the test thread is the main thread
+    becomeMainThread();
     History history(folder_);
     std::atomic<int> refreshes{0};
     std::atomic<bool> onMain{true};
     history.setRefreshHandler([&] {
-        onMain = onMain && loop.isMainThread();
+        onMain = onMain && MainLoop::main().isMainThread();
         ++refreshes;
     });
     std::thread recorder([&] {
@@ -279,11 +279,11 @@ TEST_F(HistoryTest, RefreshesAreQueuedToTheMainThreadAndCoalesced) {
     });
     recorder.join();
     EXPECT_EQ(refreshes, 0);  // nothing runs until the main loop does
-    loop.runUntil([] { return false; }, 0.05);
+    drainMainLoop();
     EXPECT_EQ(refreshes, 1);
     EXPECT_TRUE(onMain);
     history.addObjectToHistory(makeItem("U", "r", localDate(2008, 7, 5, 10), true));
-    loop.runUntil([&] { return refreshes > 1; }, 10);
+    runUntil([&] { return refreshes > 1; }, 10);
     EXPECT_EQ(refreshes, 2);
 }
 
@@ -354,7 +354,7 @@ for element in root:
     print('|'.join([item['trackname'], item['radioname'], str(item['tracknum']), item['complete'],
                     item['skipped'], item.get('path', '-'), d.strftime('%Y-%m-%d %H:%M:%S')]))
 )";
-    auto result = runProgram({python, "-c", script, dayFile("2008_07_05")}, homeFolder());
+    auto result = runProcess({python, "-c", script, dayFile("2008_07_05")});
     ASSERT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out,
               "list 2\n"

@@ -2,8 +2,6 @@
 // Loopback peers for the socket tests: plain POSIX servers on 127.0.0.1 that
 // run a script per connection on their own thread, so that our sockets are
 // checked against code that does not share their implementation.
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -14,30 +12,15 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <functional>
 #include <mutex>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <thread>
 
+#include "support/Loopback.h"
+
 namespace quillon::test {
-
-inline sockaddr_in loopback(std::uint16_t port) {
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_port = htons(port);
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return a;
-}
-
-inline std::uint16_t boundPort(int fd) {
-    sockaddr_in a{};
-    socklen_t size = sizeof a;
-    ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &size);
-    return ntohs(a.sin_port);
-}
 
 inline void sendAll(int fd, std::string_view bytes) {
     while (!bytes.empty()) {
@@ -68,22 +51,6 @@ inline void resetOnClose(int fd) {
     ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &l, sizeof l);
 }
 
-// A port that nothing listens on (bound, then released).
-inline std::uint16_t unusedPort() {
-    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a = loopback(0);
-    ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
-    std::uint16_t port = boundPort(fd);
-    ::close(fd);
-    return port;
-}
-
-inline std::size_t openDescriptorCount() {
-    std::size_t n = 0;
-    for ([[maybe_unused]] auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) ++n;
-    return n;
-}
-
 // A TCP server on 127.0.0.1 that accepts connections one after another and runs
 // the script on each; the connection is closed when the script returns. The
 // destructor stops the server and joins its thread.
@@ -91,19 +58,13 @@ class LoopbackPeer {
 public:
     using Script = std::function<void(int fd, LoopbackPeer& peer)>;
 
-    explicit LoopbackPeer(Script script) : script_(std::move(script)) {
-        listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in a = loopback(0);
-        if (listener_ < 0 || ::bind(listener_, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0 ||
-            ::listen(listener_, 16) != 0)
-            throw std::runtime_error("loopback peer cannot listen");
-        port_ = boundPort(listener_);
+    explicit LoopbackPeer(Script script)
+        : script_(std::move(script)), listener_(listenOnLoopback()), port_(boundPort(listener_.fd())) {
         thread_ = std::thread([this] { run(); });
     }
     ~LoopbackPeer() {
         stop();
         thread_.join();
-        ::close(listener_);
     }
     LoopbackPeer(const LoopbackPeer&) = delete;
     LoopbackPeer& operator=(const LoopbackPeer&) = delete;
@@ -132,9 +93,9 @@ private:
                 std::lock_guard lock(mutex_);
                 if (stopping_) return;
             }
-            pollfd p{listener_, POLLIN, 0};
+            pollfd p{listener_.fd(), POLLIN, 0};
             if (::poll(&p, 1, 20) <= 0) continue;
-            int fd = ::accept(listener_, nullptr, nullptr);
+            int fd = ::accept(listener_.fd(), nullptr, nullptr);
             if (fd < 0) continue;
             script_(fd, *this);
             ::close(fd);
@@ -142,7 +103,7 @@ private:
     }
 
     Script script_;
-    int listener_ = -1;
+    FileHandle listener_;
     std::uint16_t port_ = 0;
     std::mutex mutex_;
     std::condition_variable changed_;

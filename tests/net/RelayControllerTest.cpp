@@ -11,19 +11,18 @@
 #include <vector>
 
 #include "net/BroadcastController.h"
-#include "net/NetTestSupport.h"
 #include "net/RelayTestSupport.h"
 #include "platform/Log.h"
-#include "platform/MainLoop.h"
-#include "platform/Timing.h"
+#include "support/Files.h"
+#include "support/MainThread.h"
 
 namespace quillon {
 namespace {
 
 using test::IcyStream;
-using test::readIcy;
+using test::parseIcyReply;
 using test::RelayClient;
-using test::titleIn;
+using test::runUntil;
 
 // A connection as the relay sees it, set by the test.
 class ScriptedSource : public RelaySource {
@@ -59,16 +58,12 @@ private:
 class RelayController : public ::testing::Test {
 protected:
     void SetUp() override {
-        saved_ = timing();
         timing().relayCadence = 0.005;
         timing().acceptWait = 0.2;
         timing().streamReadTimeout = 5;
-        MainLoop::main().runUntil([] { return true; }, 0);  // this thread is the main thread
+        test::becomeMainThread();
     }
-    void TearDown() override {
-        MainLoop::main().runUntil([] { return false; }, 0.05);
-        timing() = saved_;
-    }
+    void TearDown() override { test::drainMainLoop(); }
 
     // Block n starts with n (4 bytes, big-endian), then repeats n's low byte,
     // so that order, gaps and torn blocks show.
@@ -99,22 +94,20 @@ protected:
                    double seconds = 20) {
         auto timer = MainLoop::main().addTimer(
             0.01, [&] { relay.feed(block(size)); }, true);
-        bool ok = MainLoop::main().runUntil(done, seconds);
+        bool ok = runUntil(done, seconds);
         MainLoop::main().cancelTimer(timer);
         return ok;
     }
-    static bool runUntil(const std::function<bool()>& done, double seconds = 20) {
-        return MainLoop::main().runUntil(done, seconds);
-    }
+    // The whole audio blocks a player received (the meta interval is the block size).
     static std::size_t blocksOf(const RelayClient& c, unsigned size, bool meta) {
-        return readIcy(c.received(), size, meta).audio.size();
+        return parseIcyReply(c.received(), meta ? size : 0).audio.size() / size;
     }
 
     ScriptedSource source_;
     unsigned next_ = 0;
 
 private:
-    Timing saved_;
+    test::ScopedTiming savedTiming_;
 };
 
 TEST_F(RelayController, PlayerGetsTheHeaderThenBlocksEachFollowedByMetadata) {
@@ -128,15 +121,12 @@ TEST_F(RelayController, PlayerGetsTheHeaderThenBlocksEachFollowedByMetadata) {
     const std::size_t before = blocksOf(player, 1000, true);
     ASSERT_TRUE(feedUntil(relay, 1000, [&] { return blocksOf(player, 1000, true) >= before + 4; }));
 
-    IcyStream got = readIcy(player.received(), 1000, true);
+    IcyStream got = parseIcyReply(player.received(), 1000);
     EXPECT_EQ(got.header, source_.streamHeader());
     EXPECT_TRUE(got.wellFormed);
-    expectWholeAndInOrder(got.audio);
-    std::vector<std::string> announced;
-    for (const auto& meta : got.meta)
-        if (!meta.empty()) announced.push_back(titleIn(meta));
+    expectWholeAndInOrder(got.audioBlocks(1000));
     // The first block tells the title; then only the change is sent, once.
-    EXPECT_EQ(announced, (std::vector<std::string>{"First - Title", "Second - Title"}));
+    EXPECT_EQ(got.titles(), (std::vector<std::string>{"First - Title", "Second - Title"}));
     EXPECT_EQ(relay.count(), 1);
 }
 
@@ -152,16 +142,10 @@ TEST_F(RelayController, AfterATitleChangeOnlyTheFirstPlayerLearnsIt) {
     const std::size_t before = blocksOf(second, 1000, true);
     ASSERT_TRUE(feedUntil(relay, 1000, [&] { return blocksOf(second, 1000, true) >= before + 3; }));
 
-    auto titles = [](const IcyStream& s) {
-        std::vector<std::string> out;
-        for (const auto& m : s.meta)
-            if (!m.empty()) out.push_back(titleIn(m));
-        return out;
-    };
-    EXPECT_EQ(titles(readIcy(first.received(), 1000, true)),
+    EXPECT_EQ(parseIcyReply(first.received(), 1000).titles(),
               (std::vector<std::string>{"First - Title", "Changed - Title"}));
     // The second learnt the title it joined with, and no change after it.
-    EXPECT_EQ(titles(readIcy(second.received(), 1000, true)), std::vector<std::string>{"First - Title"});
+    EXPECT_EQ(parseIcyReply(second.received(), 1000).titles(), std::vector<std::string>{"First - Title"});
 }
 
 TEST_F(RelayController, StreamWithoutMetadataCarriesAudioOnly) {
@@ -174,9 +158,9 @@ TEST_F(RelayController, StreamWithoutMetadataCarriesAudioOnly) {
     std::string data = player.received();
     // Audio only: cut at 8192 bytes without metadata, every block is whole and
     // in order; a metadata byte anywhere would shift and tear the blocks after it.
-    IcyStream got = readIcy(data, 8192, false);
-    ASSERT_GE(got.audio.size(), 6u);
-    expectWholeAndInOrder(got.audio);
+    const auto blocks = parseIcyReply(data, 0).audioBlocks(8192);
+    ASSERT_GE(blocks.size(), 6u);
+    expectWholeAndInOrder(blocks);
 }
 
 TEST_F(RelayController, ATakenPortIsReportedAndFreedAgainWhenTheFeederGoes) {
@@ -219,9 +203,9 @@ TEST_F(RelayController, StalledPlayerIsDroppedWhileTheOthersKeepReceiving) {
     EXPECT_TRUE(runUntil([&] { return relay.count() == 1; }));
     const std::size_t before = blocksOf(reader, 16000, true);
     ASSERT_TRUE(feedUntil(relay, 16000, [&] { return blocksOf(reader, 16000, true) >= before + 5; }));
-    IcyStream got = readIcy(reader.received(), 16000, true);
+    IcyStream got = parseIcyReply(reader.received(), 16000);
     EXPECT_TRUE(got.wellFormed);
-    expectWholeAndInOrder(got.audio);
+    expectWholeAndInOrder(got.audioBlocks(16000));
     EXPECT_GT(source_.refreshes.load(), 0);
 }
 
@@ -253,9 +237,9 @@ TEST_F(RelayController, SlowPlayerGetsEveryByteInOrderAsSendsPassToItsWriterAndB
     const std::size_t before = blocksOf(slow, 100000, true);
     ASSERT_TRUE(feedUntil(relay, 100000, [&] { return blocksOf(slow, 100000, true) >= before + 10; }));
     for (const RelayClient* player : {&slow, &fast}) {
-        IcyStream got = readIcy(player->received(), 100000, true);
+        IcyStream got = parseIcyReply(player->received(), 100000);
         EXPECT_TRUE(got.wellFormed);
-        expectWholeAndInOrder(got.audio);
+        expectWholeAndInOrder(got.audioBlocks(100000));
     }
     EXPECT_EQ(relay.count(), 2);
 }
@@ -275,7 +259,7 @@ TEST_F(RelayController, PlayerThatNeverAsksHoldsUpNeitherTheMainThreadNorOthers)
 
 TEST_F(RelayController, PlayersThatVanishLeaveNoThreadOrDescriptorBehind) {
     const std::size_t descriptors = test::openDescriptorCount();
-    const std::size_t threads = test::countEntries("/proc/self/task");
+    const std::size_t threads = test::threadCount();
     {
         BroadcastController relay(source_);
         relay.startFeeding();
@@ -303,11 +287,11 @@ TEST_F(RelayController, PlayersThatVanishLeaveNoThreadOrDescriptorBehind) {
         // Only the feeder's own listener and feed and accept threads remain.
         EXPECT_TRUE(runUntil([&] { return test::openDescriptorCount() == descriptors + 1; }))
             << test::openDescriptorCount() << " descriptors, " << descriptors << " before";
-        EXPECT_TRUE(runUntil([&] { return test::countEntries("/proc/self/task") == threads + 2; }))
-            << test::countEntries("/proc/self/task") << " threads, " << threads << " before";
+        EXPECT_TRUE(runUntil([&] { return test::threadCount() == threads + 2; }))
+            << test::threadCount() << " threads, " << threads << " before";
     }
     EXPECT_EQ(test::openDescriptorCount(), descriptors);
-    EXPECT_EQ(test::countEntries("/proc/self/task"), threads);
+    EXPECT_EQ(test::threadCount(), threads);
 }
 
 TEST_F(RelayController, PlayersEndWhenTheConnectionStopsStreaming) {

@@ -2,14 +2,13 @@
 // playlist file that points a player at the relay.
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <optional>
-#include <sstream>
 #include <string>
 
 #include "net/BroadcastController.h"
 #include "net/RelayPlaylist.h"
 #include "platform/Home.h"
+#include "support/Files.h"
 
 namespace quillon {
 namespace {
@@ -83,11 +82,8 @@ TEST(RelayPlaylistFile, WrittenInPlaceWithOrWithoutTitle) {
     };
     for (const auto& c : cases) {
         ASSERT_TRUE(RelayPlaylist::write(9001, c.title));
-        std::ifstream in(path, std::ios::binary);
-        std::stringstream got;
-        got << in.rdbuf();
         // The shorter form must not keep the tail of the longer one.
-        EXPECT_EQ(got.str(), c.expected);
+        EXPECT_EQ(test::readText(path), c.expected);
     }
     RelayPlaylist::setPath("");
     EXPECT_EQ(RelayPlaylist::path(), "/tmp/kv.qln.restream.pls");

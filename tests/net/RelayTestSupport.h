@@ -1,21 +1,20 @@
 #pragma once
 // Players for the relay tests: plain POSIX clients on 127.0.0.1 that send a
-// request and read what the relay serves on a thread of their own, and a reader
-// of the ICY layout (header, audio blocks, metadata blocks) they received.
-#include <arpa/inet.h>
-#include <netinet/in.h>
+// request and read what the relay serves on a thread of their own (parseIcyReply
+// cuts what they received).
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdint>
-#include <filesystem>
 #include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
-#include <vector>
+
+#include "support/Icy.h"
+#include "support/Loopback.h"
 
 namespace quillon::test {
 
@@ -37,10 +36,7 @@ public:
             int small = 4096;
             ::setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
         }
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_port = htons(port);
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        sockaddr_in a = loopback(port);
         connected_ = ::connect(fd_, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0;
         if (connected_ && options.sendRequest) {
             std::string_view request = "GET /any/path HTTP/1.0\r\nIcy-MetaData: 1\r\n\r\n";
@@ -104,60 +100,5 @@ private:
     std::string data_;
     std::thread thread_;
 };
-
-// What a player received, cut as an ICY stream: the header, then audio blocks
-// of the meta interval each followed by a metadata block (when `withMeta`). A
-// block cut off by the end of the data is left out.
-struct IcyStream {
-    std::string header;
-    std::vector<std::string> audio;
-    std::vector<std::string> meta;  // the block's text area, zeros included
-    bool wellFormed = true;         // every length byte and padding as the format wants
-};
-
-inline IcyStream readIcy(const std::string& data, std::size_t metaint, bool withMeta) {
-    IcyStream out;
-    std::size_t end = data.find("\r\n\r\n");
-    if (end == std::string::npos) return out;
-    out.header = data.substr(0, end + 4);
-    std::size_t pos = end + 4;
-    while (pos + metaint <= data.size()) {
-        std::string block = data.substr(pos, metaint);
-        std::size_t next = pos + metaint;
-        std::string meta;
-        if (withMeta) {
-            if (next >= data.size()) break;
-            std::size_t length = static_cast<std::uint8_t>(data[next]) * std::size_t{16};
-            if (next + 1 + length > data.size()) break;
-            meta = data.substr(next + 1, length);
-            // A text is followed by zero bytes only, and always by at least one.
-            std::size_t text = meta.find('\0');
-            if (length > 0 &&
-                (text == std::string::npos || meta.find_first_not_of('\0', text) != std::string::npos))
-                out.wellFormed = false;
-            next += 1 + length;
-        }
-        out.audio.push_back(std::move(block));
-        out.meta.push_back(std::move(meta));
-        pos = next;
-    }
-    return out;
-}
-
-// The title a metadata text area announces, or "" for a no-change block.
-inline std::string titleIn(const std::string& meta) {
-    const std::string_view start = "StreamTitle='";
-    std::size_t from = meta.find(start);
-    if (from == std::string::npos) return "";
-    from += start.size();
-    std::size_t to = meta.find("';", from);
-    return to == std::string::npos ? "" : meta.substr(from, to - from);
-}
-
-inline std::size_t countEntries(const char* folder) {
-    std::size_t n = 0;
-    for ([[maybe_unused]] auto& entry : std::filesystem::directory_iterator(folder)) ++n;
-    return n;
-}
 
 }  // namespace quillon::test

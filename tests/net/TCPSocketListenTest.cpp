@@ -12,8 +12,8 @@
 #include "net/NetTestSupport.h"
 #include "net/TCPSocket.h"
 #include "platform/Log.h"
-#include "platform/MainLoop.h"
-#include "platform/Timing.h"
+#include "support/Files.h"
+#include "support/MainThread.h"
 
 namespace quillon {
 namespace {
@@ -23,16 +23,10 @@ using Accepted = std::vector<std::shared_ptr<TCPSocket>>;
 class TCPSocketListen : public ::testing::Test {
 protected:
     void SetUp() override {
-        saved_ = timing();
         timing().acceptWait = 0.2;
-        // This thread is the main thread, as it is in the application.
-        MainLoop::main().runUntil([] { return true; }, 0);
+        test::becomeMainThread();
     }
-    void TearDown() override {
-        // Lets abandoned hand-offs of a stopped listener drain from the queue.
-        MainLoop::main().runUntil([] { return false; }, 0.05);
-        timing() = saved_;
-    }
+    void TearDown() override { test::drainMainLoop(); }
 
     // Records every client handed over, on the main thread.
     static void collectInto(TCPSocket& listener, Accepted& accepted) {
@@ -43,7 +37,7 @@ protected:
     }
 
     static bool runUntilAccepted(const Accepted& accepted, std::size_t n) {
-        return MainLoop::main().runUntil([&] { return accepted.size() >= n; }, 30);
+        return test::runUntil([&] { return accepted.size() >= n; }, 30);
     }
 
     // Waits, without running the main loop, until the listener has `n` clients.
@@ -56,7 +50,7 @@ protected:
     }
 
 private:
-    Timing saved_;
+    test::ScopedTiming savedTiming_;
 };
 
 TEST_F(TCPSocketListen, EphemeralPortHandsWorkingClientsToTheMainThread) {
@@ -170,7 +164,7 @@ TEST_F(TCPSocketListen, DestroyingListenerWhileAcceptThreadWaitsForMainThread) {
         test::Watchdog watchdog("destroying a listener blocked in the hand-off", 30);
         listener.reset();
     }
-    MainLoop::main().runUntil([] { return false; }, 0.1);
+    test::drainMainLoop(0.1);
     EXPECT_FALSE(handled);
 }
 
@@ -186,7 +180,7 @@ TEST_F(TCPSocketListen, StoppingListenerFromInsideItsHandler) {
     std::uint16_t port = listener->listeningPort();
     TCPSocket client;
     ASSERT_TRUE(client.connectToHostName("127.0.0.1", port));
-    ASSERT_TRUE(MainLoop::main().runUntil([&] { return kept != nullptr; }, 30));
+    ASSERT_TRUE(test::runUntil([&] { return kept != nullptr; }, 30));
     EXPECT_EQ(listener, nullptr);
     // The handler's reference outlives the listener.
     kept->writeString("still here", 5);

@@ -4,12 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 
 #include "platform/Desktop.h"
 #include "platform/Home.h"
 #include "platform/Log.h"
 #include "platform/MainLoop.h"
+#include "support/Files.h"
 
 namespace quillon {
 namespace {
@@ -17,7 +17,7 @@ namespace {
 TEST(DesktopTest, OnlyCommandsWhoseProgramExistsCanRun) {
     std::string script = homePath("desktop-test/not-executable");
     makeFolders(homePath("desktop-test"));
-    { std::ofstream(script) << "#!/bin/sh\n"; }
+    test::writeText(script, "#!/bin/sh\n");
     struct Case {
         std::string command;
         bool exists;

@@ -8,6 +8,7 @@
 
 #include "platform/AtomicFile.h"
 #include "platform/PlistCodec.h"
+#include "support/Files.h"
 
 namespace quillon {
 
@@ -229,11 +230,7 @@ TEST(PlistCodec, HostileStructuresAreRefused) {
 
 class PlistFiles : public ::testing::Test {
 protected:
-    void SetUp() override {
-        folder_ = std::filesystem::path(std::getenv("QUILLON_HOME")) /
-                  ("plist-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        std::filesystem::create_directories(folder_);
-    }
+    void SetUp() override { folder_ = test::testFolder("plist"); }
     void TearDown() override { std::filesystem::remove_all(folder_); }
     std::string path(const std::string& name) const { return (folder_ / name).string(); }
     std::filesystem::path folder_;

@@ -4,10 +4,10 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 
 #include "platform/DefaultsStore.h"
 #include "platform/PlistCodec.h"
+#include "support/Files.h"
 
 namespace quillon {
 namespace {
@@ -15,10 +15,7 @@ namespace {
 class DefaultsStoreTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        folder_ =
-            std::filesystem::path(std::getenv("QUILLON_HOME")) /
-            ("defaults-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        std::filesystem::create_directories(folder_);
+        folder_ = test::testFolder("defaults");
         file_ = (folder_ / "store.plist").string();
     }
     void TearDown() override { std::filesystem::remove_all(folder_); }
@@ -97,11 +94,9 @@ TEST_F(DefaultsStoreTest, CorruptFileLeavesMemoryAndDiskAlone) {
     DefaultsStore store(file_);
     store.setObject(PlistValue("kept"), "k");
     const std::string garbage = "<?xml version=\"1.0\"?><plist><dict><key>k</key><string>tru";
-    { std::ofstream(file_, std::ios::binary) << garbage; }
+    test::writeText(file_, garbage);
     EXPECT_EQ(store.stringForKey("k"), "kept");
-    std::ifstream in(file_, std::ios::binary);
-    std::string onDisk((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    EXPECT_EQ(onDisk, garbage);
+    EXPECT_EQ(test::readText(file_), garbage);
 
     // A file whose root is an array is no store either.
     ASSERT_TRUE(PlistCodec::writeXmlFile(file_, PlistValue(PlistValue::Array{PlistValue("x")})));

@@ -7,8 +7,10 @@
 
 #include "platform/TimeUtil.h"
 #include "platform/VoTime.h"
+#include "support/Dates.h"
 
 using namespace quillon;
+using quillon::test::localDate;
 
 namespace {
 
@@ -31,18 +33,6 @@ public:
 private:
     std::optional<std::string> saved_;
 };
-
-TimeUtil::Date localDate(int year, int month, int day, int hour = 0, int minute = 0, int second = 0) {
-    std::tm parts{};
-    parts.tm_year = year - 1900;
-    parts.tm_mon = month - 1;
-    parts.tm_mday = day;
-    parts.tm_hour = hour;
-    parts.tm_min = minute;
-    parts.tm_sec = second;
-    parts.tm_isdst = -1;
-    return std::chrono::system_clock::from_time_t(std::mktime(&parts));
-}
 
 std::tm localParts(TimeUtil::Date date) {
     std::time_t t = std::chrono::system_clock::to_time_t(date);

@@ -8,7 +8,6 @@
 
 #include "StoreTestSupport.h"
 #include "net/UrlFetcher.h"
-#include "platform/MainLoop.h"
 #include "store/BookmarkLocator.h"
 
 namespace quillon {
@@ -92,7 +91,8 @@ TEST(UrlFetcher, PassesAnIcyReplyOnWhole) {
 }
 
 TEST(UrlFetcher, ReportsFailures) {
-    ScopedTiming timing(1);
+    ScopedTiming savedTiming;
+    timing().redirectTimeout = 1;
     int closedPort = 0;
     {
         FakeServer gone({""});
@@ -151,7 +151,7 @@ struct LocatorRun {
     }
     void get(const std::string& location, const std::string& name) {
         locator.getUrl(location, name);
-        MainLoop::main().runUntil([this] { return !locator.searching(); }, 30);
+        test::runUntil([this] { return !locator.searching(); }, 30);
     }
 };
 
@@ -210,7 +210,7 @@ TEST(BookmarkLocator, EndlessBodyWithoutHeaderIsGivenUp) {
     callbacks.httpHeader = [&httpHeaders](const std::string& h) { httpHeaders.push_back(h); };
     BookmarkLocator locator(callbacks);
     locator.getUrl(server.url("/"), "");
-    MainLoop::main().runUntil([&locator] { return !locator.searching(); }, 30);
+    test::runUntil([&locator] { return !locator.searching(); }, 30);
     EXPECT_FALSE(locator.searching());
     EXPECT_TRUE(run.editors.empty());
     EXPECT_TRUE(run.alerts.empty());
@@ -219,7 +219,8 @@ TEST(BookmarkLocator, EndlessBodyWithoutHeaderIsGivenUp) {
 }
 
 TEST(BookmarkLocator, FailedFetchShowsTheAlert) {
-    ScopedTiming timing(0.5);
+    ScopedTiming savedTiming;
+    timing().redirectTimeout = 0.5;
     FakeServer silent({"", false, true});
     LocatorRun run;
     run.get(silent.url("/"), "");
@@ -235,7 +236,7 @@ TEST(BookmarkLocator, CancelledSearchDeliversNothing) {
     EXPECT_TRUE(run.locator.searching());
     run.locator.cancel();
     EXPECT_FALSE(run.locator.searching());
-    MainLoop::main().runUntil([] { return false; }, 0.1);
+    test::drainMainLoop(0.1);
     EXPECT_TRUE(run.editors.empty());
     EXPECT_TRUE(run.alerts.empty());
 }

@@ -208,7 +208,8 @@ TEST(Bookmark, PlaylistUserAndPassword) {
 
 class BookmarkRedirect : public ::testing::Test {
 protected:
-    ScopedTiming timing_{2.0};
+    void SetUp() override { timing().redirectTimeout = 2.0; }
+    ScopedTiming savedTiming_;
 };
 
 TEST_F(BookmarkRedirect, FollowsTheLocationHeaderOnce) {

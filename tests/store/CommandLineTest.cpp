@@ -7,19 +7,19 @@
 #include "StoreTestSupport.h"
 #include "platform/PlistCodec.h"
 #include "store/BookmarkFolder.h"
+#include "support/Process.h"
 
 namespace quillon {
 namespace {
 
 using test::FakeServer;
-using test::RunResult;
 using test::ScopedHome;
 
 class CommandLine : public ::testing::Test {
 protected:
-    RunResult quillon(std::vector<std::string> args) {
+    test::ProcessResult quillon(std::vector<std::string> args) {
         args.insert(args.begin(), QUILLON_BINARY);
-        return test::runProgram(args, home_.path());
+        return test::runProcess(args, {.environment = {{"QUILLON_HOME", home_.path()}}});
     }
     std::string bookmarkFile(const std::string& name) const {
         return home_.file("Documents/QLN Bookmarks/" + name + ".qlnbk");

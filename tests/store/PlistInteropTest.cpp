@@ -10,6 +10,7 @@
 #include "platform/PlistCodec.h"
 #include "store/Bookmark.h"
 #include "store/Preferences.h"
+#include "support/Process.h"
 
 namespace quillon {
 namespace {
@@ -32,9 +33,8 @@ for k in sorted(d):
     print(k + '\t' + type(v).__name__ + '\t' + text)
 )";
 
-std::map<std::string, std::pair<std::string, std::string>> dumpWithPython(const ScopedHome& home,
-                                                                          const std::string& file) {
-    auto result = test::runProgram({kPython, "-c", kDumpScript, file}, home.path());
+std::map<std::string, std::pair<std::string, std::string>> dumpWithPython(const std::string& file) {
+    auto result = test::runProcess({kPython, "-c", kDumpScript, file});
     EXPECT_EQ(result.status, 0) << result.err;
     std::map<std::string, std::pair<std::string, std::string>> entries;
     std::istringstream lines(result.out);
@@ -66,7 +66,7 @@ TEST_F(PlistInterop, PythonReadsABookmarkFile) {
     b.setUniqueId(12);
     b.setGenre(std::string("Blues/R&B <live>"));
     ASSERT_TRUE(b.saveToFile(home_.path()));
-    auto entries = dumpWithPython(home_, home_.file("My Radio.qlnbk"));
+    auto entries = dumpWithPython(home_.file("My Radio.qlnbk"));
     using Entry = std::pair<std::string, std::string>;
     EXPECT_EQ(entries["name"], (Entry{"str", "My Radio"}));
     EXPECT_EQ(entries["port"], (Entry{"str", "8000"}));
@@ -83,7 +83,7 @@ TEST_F(PlistInterop, PythonReadsThePreferencesFile) {
     prefs->setState(false, "skip");
     prefs->setParam(std::string("9100"), "relayPort");
     ASSERT_TRUE(prefs->saveToFile());
-    auto entries = dumpWithPython(home_, home_.file(Preferences::kRelativePath));
+    auto entries = dumpWithPython(home_.file(Preferences::kRelativePath));
     using Entry = std::pair<std::string, std::string>;
     EXPECT_EQ(entries["skip"], (Entry{"str", "NO"}));
     EXPECT_EQ(entries["relayPort"], (Entry{"str", "9100"}));
@@ -102,7 +102,7 @@ for name, fmt in (('x.plist', plistlib.FMT_XML), ('b.plist', plistlib.FMT_BINARY
     with open(sys.argv[1] + '/' + name, 'wb') as f:
         plistlib.dump(d, f, fmt=fmt)
 )";
-    auto result = test::runProgram({kPython, "-c", script, home_.path()}, home_.path());
+    auto result = test::runProcess({kPython, "-c", script, home_.path()});
     ASSERT_EQ(result.status, 0) << result.err;
     for (const char* name : {"x.plist", "b.plist"}) {
         SCOPED_TRACE(name);

@@ -1,31 +1,23 @@
 #pragma once
-// Test helpers of the store tests: a loopback fake HTTP/ICY server, a scoped
-// QUILLON_HOME, a scoped timing change, and a runner for the quillon binary.
-#include <arpa/inet.h>
-#include <fcntl.h>
-#include <netinet/in.h>
+// Test helpers of the store tests: a loopback fake HTTP/ICY server and a scoped
+// QUILLON_HOME.
 #include <poll.h>
-#include <spawn.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <functional>
 #include <mutex>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "platform/Timing.h"
 #include "store/Preferences.h"
-
-#include "support/Process.h"
+#include "support/Files.h"
+#include "support/Loopback.h"
+#include "support/MainThread.h"
 
 namespace quillon::test {
 
@@ -40,19 +32,8 @@ public:
         bool silent = false;
     };
 
-    explicit FakeServer(Options options) : options_(std::move(options)) {
-        listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
-        int on = 1;
-        ::setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-        sockaddr_in addr{};
-        addr.sin_family = AF_INET;
-        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        addr.sin_port = 0;
-        ::bind(listener_, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
-        ::listen(listener_, 8);
-        socklen_t len = sizeof addr;
-        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&addr), &len);
-        port_ = ntohs(addr.sin_port);
+    explicit FakeServer(Options options)
+        : options_(std::move(options)), listener_(listenOnLoopback()), port_(boundPort(listener_.fd())) {
         thread_ = std::thread([this] { serve(); });
     }
     ~FakeServer() { stop(); }
@@ -70,8 +51,7 @@ public:
     void stop() {
         stopping_ = true;
         if (thread_.joinable()) thread_.join();
-        if (listener_ >= 0) ::close(listener_);
-        listener_ = -1;
+        listener_.close();
     }
 
 private:
@@ -86,8 +66,8 @@ private:
     }
 
     void serve() {
-        while (waitFor(listener_, POLLIN)) {
-            int client = ::accept(listener_, nullptr, nullptr);
+        while (waitFor(listener_.fd(), POLLIN)) {
+            int client = ::accept(listener_.fd(), nullptr, nullptr);
             if (client < 0) continue;
             handle(client);
             ::close(client);
@@ -132,7 +112,7 @@ private:
     }
 
     Options options_;
-    int listener_ = -1;
+    FileHandle listener_;
     int port_ = 0;
     std::atomic<bool> stopping_{false};
     mutable std::mutex mutex_;
@@ -173,38 +153,5 @@ private:
     std::string previous_;
     std::string path_;
 };
-
-// Shortens time-outs for the scope.
-class ScopedTiming {
-public:
-    explicit ScopedTiming(double redirectTimeout) : saved_(timing()) {
-        timing().redirectTimeout = redirectTimeout;
-    }
-    ~ScopedTiming() { timing() = saved_; }
-    ScopedTiming(const ScopedTiming&) = delete;
-    ScopedTiming& operator=(const ScopedTiming&) = delete;
-
-private:
-    Timing saved_;
-};
-
-inline std::string readText(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
-inline void writeText(const std::string& path, const std::string& text) {
-    std::ofstream out(path, std::ios::binary);
-    out << text;
-}
-
-using RunResult = ProcessResult;
-
-// Runs a program with the given QUILLON_HOME.
-inline RunResult runProgram(const std::vector<std::string>& argv, const std::string& home) {
-    return runProcess(argv, {{"QUILLON_HOME", home}});
-}
 
 }  // namespace quillon::test

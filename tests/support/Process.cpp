@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 #include <thread>
@@ -33,21 +34,35 @@ int exitStatus(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : 12
 
 }  // namespace
 
-CapturedProcess::CapturedProcess(const std::vector<std::string>& argv, const Environment& changes) {
+CapturedProcess::CapturedProcess(const std::vector<std::string>& argv, const ProcessOptions& options) {
     int outPipe[2], errPipe[2];
     if (::pipe2(outPipe, O_CLOEXEC) != 0 || ::pipe2(errPipe, O_CLOEXEC) != 0)
         throw std::runtime_error("pipe");
     FileHandle outWrite(outPipe[1]), errWrite(errPipe[1]);
     out_ = FileHandle(outPipe[0]);
     err_ = FileHandle(errPipe[0]);
+    FileHandle input;
+    if (options.terminalInput) {
+        terminal_ = FileHandle(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
+        if (terminal_.isOpen() && ::grantpt(terminal_.fd()) == 0 && ::unlockpt(terminal_.fd()) == 0)
+            input = FileHandle(::open(::ptsname(terminal_.fd()), O_RDWR | O_NOCTTY | O_CLOEXEC));
+        // Typed ahead: the lines wait in the terminal until the child reads them.
+        const std::string& typed = *options.terminalInput;
+        if (!input.isOpen() ||
+            ::write(terminal_.fd(), typed.data(), typed.size()) != static_cast<ssize_t>(typed.size()))
+            throw std::runtime_error("no pseudo-terminal to type into");
+    } else {
+        input = FileHandle(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    }
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, input.fd(), 0);
     posix_spawn_file_actions_adddup2(&actions, outWrite.fd(), 1);
     posix_spawn_file_actions_adddup2(&actions, errWrite.fd(), 2);
     std::vector<char*> args;
     for (const auto& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
     args.push_back(nullptr);
-    std::vector<std::string> env = environmentWith(changes);
+    std::vector<std::string> env = environmentWith(options.environment);
     std::vector<char*> envp;
     for (auto& e : env) envp.push_back(e.data());
     envp.push_back(nullptr);
@@ -100,6 +115,7 @@ ProcessResult CapturedProcess::wait() {
     int status = 0;
     ::waitpid(pid_, &status, 0);
     pid_ = -1;
+    terminal_.close();
     result.out = outText_;
     result.status = exitStatus(status);
     return result;

@@ -2,7 +2,8 @@
 // Child processes started by tests, always ended and reaped by them: a process
 // whose output is captured through pipes (commands the test waits for, or reads
 // line by line), and a long-running server whose output goes to a log file and
-// which is stopped with SIGTERM when the test is done.
+// which is stopped with SIGTERM when the test is done. Neither reads the test's
+// own standard input.
 #include <sys/types.h>
 
 #include <map>
@@ -20,6 +21,13 @@ constexpr int kWaitMs = 10000;
 // Variables to set (or, with an empty value, to remove) in a child's environment.
 using Environment = std::map<std::string, std::string>;
 
+struct ProcessOptions {
+    Environment environment{};
+    // Typed into a pseudo-terminal that is the child's standard input, for
+    // commands that ask before they act; unset: standard input is /dev/null.
+    std::optional<std::string> terminalInput{};
+};
+
 struct ProcessResult {
     int status = -1;  // exit status, or 128 + signal
     std::string out, err;
@@ -29,7 +37,7 @@ struct ProcessResult {
 // (SIGKILL) and reaps it when it is still running.
 class CapturedProcess {
 public:
-    explicit CapturedProcess(const std::vector<std::string>& argv, const Environment& changes = {});
+    explicit CapturedProcess(const std::vector<std::string>& argv, const ProcessOptions& options = {});
     ~CapturedProcess();
     CapturedProcess(const CapturedProcess&) = delete;
     CapturedProcess& operator=(const CapturedProcess&) = delete;
@@ -40,11 +48,12 @@ public:
 private:
     pid_t pid_ = -1;
     FileHandle out_, err_;
+    FileHandle terminal_;  // the pseudo-terminal's master side, kept open until the child ends
     std::string outText_;
 };
 
-inline ProcessResult runProcess(const std::vector<std::string>& argv, const Environment& changes = {}) {
-    return CapturedProcess(argv, changes).wait();
+inline ProcessResult runProcess(const std::vector<std::string>& argv, const ProcessOptions& options = {}) {
+    return CapturedProcess(argv, options).wait();
 }
 
 // A server started in the background, its output in `logFile`; the destructor

@@ -52,7 +52,7 @@ TEST(StationCommand, ServesUntilInterruptedOrTerminated) {
         client.sendRequest();
         EXPECT_NE(client.readHeader().find("icy-name:CLI FM\r\n"), std::string::npos);
         std::vector<std::string> titles;
-        for (const auto& block : client.readStream(500, 2600).blocks) titles.push_back(block.text);
+        for (const auto& block : client.readStream(500, 2600).meta) titles.push_back(block.text);
         ASSERT_GE(titles.size(), 5u);
         EXPECT_EQ(test::streamTitle(titles[0]), "A - x");
         EXPECT_EQ(test::streamTitle(titles[2]), "B - y");

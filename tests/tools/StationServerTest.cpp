@@ -32,7 +32,7 @@ void expectCounterPattern(const Bytes& audio) {
 // (audio offset, title) of every block that carries a title.
 std::vector<std::pair<std::uint64_t, std::string>> titlesIn(const IcyStream& stream) {
     std::vector<std::pair<std::uint64_t, std::string>> out;
-    for (const auto& b : stream.blocks) {
+    for (const auto& b : stream.meta) {
         if (auto title = test::streamTitle(b.text)) out.emplace_back(b.audioOffset, *title);
     }
     return out;
@@ -139,7 +139,7 @@ TEST(Station, StagesFaultsOnDemand) {
              client.readHeader();
              const IcyStream stream = client.readStream(1000, 8000);
              std::vector<std::uint64_t> bad;
-             for (const auto& b : stream.blocks) {
+             for (const auto& b : stream.meta) {
                  if (b.length >= 128) bad.push_back(b.audioOffset);
              }
              EXPECT_EQ(bad, std::vector<std::uint64_t>{station.titleSchedule(8000).at(2).audioOffset});
@@ -186,8 +186,8 @@ TEST(Station, WithheldTitlesSendEmptyBlocksPastTheRecordersPatience) {
         client.sendRequest();
         client.readHeader();
         const IcyStream stream = client.readStream(options.metaint, 40000);
-        ASSERT_GE(stream.blocks.size(), 35u);  // the recorder gives up on titles after 31
-        for (const auto& block : stream.blocks) {
+        ASSERT_GE(stream.meta.size(), 35u);  // the recorder gives up on titles after 31
+        for (const auto& block : stream.meta) {
             ASSERT_EQ(block.length, length);
             ASSERT_EQ(test::streamTitle(block.text).value_or(""), "");
         }

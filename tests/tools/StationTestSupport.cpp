@@ -1,58 +1,18 @@
 #include "StationTestSupport.h"
 
-#include <arpa/inet.h>
-#include <fcntl.h>
-#include <netinet/in.h>
 #include <poll.h>
-#include <signal.h>
-#include <spawn.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <stdexcept>
 #include <utility>
 
-extern char** environ;
+#include "support/Loopback.h"
 
 namespace quillon::test {
 
-IcyStream splitIcy(const Bytes& bytes, std::uint32_t metaint) {
-    IcyStream stream;
-    std::size_t pos = 0;
-    while (pos < bytes.size()) {
-        const std::size_t n =
-            metaint == 0 ? bytes.size() - pos : std::min<std::size_t>(metaint, bytes.size() - pos);
-        stream.audio.insert(stream.audio.end(), bytes.begin() + pos, bytes.begin() + pos + n);
-        pos += n;
-        if (metaint == 0 || n < metaint || pos == bytes.size()) break;
-        const std::size_t length = bytes[pos] * 16u;
-        if (pos + 1 + length > bytes.size()) break;
-        std::string text(bytes.begin() + pos + 1, bytes.begin() + pos + 1 + length);
-        text.erase(text.find_last_not_of('\0') + 1);
-        stream.blocks.push_back({stream.audio.size(), bytes[pos], text});
-        pos += 1 + length;
-    }
-    return stream;
-}
-
-std::optional<std::string> streamTitle(const std::string& text) {
-    const std::string open = "StreamTitle='";
-    const auto start = text.find(open);
-    const auto end = start == std::string::npos ? start : text.find("';", start);
-    if (end == std::string::npos) return std::nullopt;
-    return text.substr(start + open.size(), end - start - open.size());
-}
-
-IcyClient::IcyClient(std::uint16_t port) : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (::connect(socket_.fd(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-        throw std::runtime_error(std::string("connect failed: ") + std::strerror(errno));
-    }
+IcyClient::IcyClient(std::uint16_t port) : socket_(connectToLoopback(port)) {
+    if (!socket_.isOpen()) throw std::runtime_error(std::string("connect failed: ") + std::strerror(errno));
 }
 
 void IcyClient::send(const std::string& text) {
@@ -93,9 +53,9 @@ Bytes IcyClient::read(std::size_t count) {
 }
 
 IcyStream IcyClient::readStream(std::uint32_t metaint, std::size_t audioBytes) {
-    while (splitIcy(buffer_, metaint).audio.size() < audioBytes && fill(kWaitMs)) {
+    while (parseIcy(buffer_, metaint).audio.size() < audioBytes && fill(kWaitMs)) {
     }
-    return splitIcy(std::exchange(buffer_, {}), metaint);
+    return parseIcy(std::exchange(buffer_, {}), metaint);
 }
 
 bool IcyClient::peerClosed(int timeoutMs) {

@@ -1,6 +1,6 @@
 #pragma once
-// Helpers for the station tests: a raw-socket ICY client on loopback, a splitter
-// of ICY streams into audio and metadata blocks.
+// Helpers for the station tests: a raw-socket ICY client on loopback that reads
+// on demand, and a wait for a condition that the station's threads bring about.
 #include <sys/types.h>
 
 #include <chrono>
@@ -12,30 +12,14 @@
 
 #include "platform/ByteBuffer.h"
 #include "platform/FileHandle.h"
+#include "support/Icy.h"
 #include "support/Process.h"
 
 namespace quillon::test {
 
-struct MetaBlock {
-    std::uint64_t audioOffset = 0;  // audio bytes before the block
-    std::uint8_t length = 0;        // the length byte
-    std::string text;               // without the zero padding
-};
-
-struct IcyStream {
-    Bytes audio;
-    std::vector<MetaBlock> blocks;
-};
-
-// Splits the bytes after a header for meta interval `metaint` (0: all audio); a
-// metadata block cut off at the end is dropped.
-IcyStream splitIcy(const Bytes& bytes, std::uint32_t metaint);
-// The text between "StreamTitle='" and "';".
-std::optional<std::string> streamTitle(const std::string& text);
-
 class IcyClient {
 public:
-    explicit IcyClient(std::uint16_t port);  // connects to 127.0.0.1:port
+    explicit IcyClient(std::uint16_t port);  // connects to 127.0.0.1:port, throws when refused
     void send(const std::string& text);
     void sendRequest(const std::string& path = "/", bool metadata = true);
     // The header through its blank line (or whatever came before the close).

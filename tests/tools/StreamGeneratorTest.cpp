@@ -30,7 +30,7 @@ TEST(StreamGenerator, PieceSizeDoesNotChangeTheBytes) {
     const auto options = counterOptions(1700);
     StreamGenerator whole(options, true);
     const Bytes reference = generate(whole, 12345, 12345);
-    EXPECT_EQ(test::splitIcy(reference, 1000).audio.size(), 12345u);
+    EXPECT_EQ(test::parseIcy(reference, 1000).audio.size(), 12345u);
     EXPECT_EQ(whole.announcements(), TitlePlan(options).schedule(12345));
     for (std::size_t piece : {1u, 7u, 999u, 1000u, 1001u}) {
         StreamGenerator pieces(options, true);
@@ -48,9 +48,9 @@ TEST(StreamGenerator, EndsExactlyAtTheCloseAfterLimit) {
         StreamGenerator generator(options, true);
         const Bytes bytes = generate(generator, 100000, 777);
         EXPECT_TRUE(generator.ended());
-        const auto stream = test::splitIcy(bytes, options.metaint);
+        const auto stream = test::parseIcy(bytes, options.metaint);
         EXPECT_EQ(stream.audio.size(), limit);
-        EXPECT_EQ(stream.blocks.size(), blocks) << limit;
+        EXPECT_EQ(stream.meta.size(), blocks) << limit;
         Bytes more;
         EXPECT_EQ(generator.produce(more, 100), 0u);
         EXPECT_TRUE(more.empty());
@@ -66,9 +66,9 @@ TEST(StreamGenerator, BadLengthByteWhenTheChosenTitleIsAnnounced) {
         auto options = counterOptions(titleEvery);
         options.badMetaAt = badAt;
         StreamGenerator generator(options, true);
-        const auto stream = test::splitIcy(generate(generator, 10001, 10001), options.metaint);
+        const auto stream = test::parseIcy(generate(generator, 10001, 10001), options.metaint);
         std::vector<std::uint64_t> bad;
-        for (const auto& block : stream.blocks) {
+        for (const auto& block : stream.meta) {
             if (block.length < 128) continue;
             bad.push_back(block.audioOffset);
             EXPECT_TRUE(test::streamTitle(block.text)) << "long enough for what it claims";
@@ -81,9 +81,9 @@ TEST(StreamGenerator, RepeatTitleFillsEveryBlockButAnnouncesOnce) {
     auto options = counterOptions();
     options.repeatTitle = true;
     StreamGenerator generator(options, true);
-    const auto stream = test::splitIcy(generate(generator, 6001, 6001), options.metaint);
+    const auto stream = test::parseIcy(generate(generator, 6001, 6001), options.metaint);
     std::vector<std::string> titles;
-    for (const auto& block : stream.blocks) titles.push_back(test::streamTitle(block.text).value_or("-"));
+    for (const auto& block : stream.meta) titles.push_back(test::streamTitle(block.text).value_or("-"));
     const TitlePlan plan(options);
     EXPECT_EQ(titles, (std::vector<std::string>{plan.title(0), plan.title(0), plan.title(1), plan.title(1),
                                                 plan.title(1), plan.title(2)}));
@@ -95,7 +95,7 @@ TEST(StreamGenerator, Mp3AudioStaysFrameAlignedAndSwitchesToneAtAFrameBoundary) 
     options.metaint = 1000;
     options.titleEvery = 10000;
     StreamGenerator generator(options, true);
-    const Bytes audio = test::splitIcy(generate(generator, 40000, 40000), options.metaint).audio;
+    const Bytes audio = test::parseIcy(generate(generator, 40000, 40000), options.metaint).audio;
     std::vector<std::size_t> starts;
     std::size_t pos = 0;
     while (pos < audio.size()) {
