@@ -674,6 +674,14 @@ def report(ctx):
     return "\n".join(lines) + "\n"
 
 
+def publish(text, results, json_path):
+    """Prints the report and, when asked, writes every figure as JSON."""
+    print(text)
+    if json_path:
+        with open(json_path, "w") as f:
+            json.dump(results, f, indent=1)
+
+
 def main():
     p = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     p.add_argument("--phases", default="abc", help="which phases to run (default: abc)")
@@ -707,11 +715,7 @@ def main():
                 fn(ctx)
     finally:
         shutil.rmtree(ctx.work, ignore_errors=True)
-    text = report(ctx)
-    print(text)
-    if args.json:
-        with open(args.json, "w") as f:
-            json.dump(ctx.results, f, indent=1)
+    publish(report(ctx), ctx.results, args.json)
 
 
 if __name__ == "__main__":

@@ -19,7 +19,6 @@ its pid; every temporary folder is removed after its run.
 import argparse
 import datetime
 import importlib.util
-import json
 import os
 import selectors
 import shutil
@@ -426,11 +425,7 @@ def main():
                 ctx.results["points"][f"{relay.name}/{n}"] = run_point(ctx, relay, n)
     finally:
         shutil.rmtree(ctx.work, ignore_errors=True)
-    text = report(ctx)
-    print(text)
-    if args.json:
-        with open(args.json, "w") as f:
-            json.dump(ctx.results, f, indent=1)
+    record.publish(report(ctx), ctx.results, args.json)
 
 
 if __name__ == "__main__":

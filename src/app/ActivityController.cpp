@@ -102,11 +102,7 @@ void ActivityController::connectWithBookmark(const Bookmark* bookmark) {
 
 void ActivityController::connectFromRecentMenu(const std::string& path) {
     auto bookmark = Bookmark::resourceFromPath<Bookmark>(path);
-    if (!bookmark) {
-        ui_.beep();
-        return;
-    }
-    addRecord(*bookmark, false, false);
+    connectWithBookmark(bookmark.get());
 }
 
 Ripper* ActivityController::connectionWithName(const std::string& name) const {
