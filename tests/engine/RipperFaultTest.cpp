@@ -182,8 +182,10 @@ TEST_F(RipperFaultTest, ClosingWhileTheFirstBlocksAreReadEndsInStopped) {
     RecordingOwner owner(folder_);
     {
         Ripper ripper(owner, *bookmarkFor(station.port()), false, false);
-        // The header is in; the thread now waits for audio that never comes.
-        ASSERT_TRUE(runUntil([&] { return ripper.ripperState() == Ripper::Recording; }));
+        // The header is in; the thread now waits for audio that never comes. The
+        // owner reads the state when the main loop delivers the change, so wait
+        // for the owner to have shown it, not for the state alone.
+        ASSERT_TRUE(runUntil([&] { return !owner.states().empty() && owner.states().back() == R; }));
         ripper.userClose();
         ASSERT_TRUE(runUntil([&] { return ripper.stoppedForGood(); }));
     }
