@@ -58,7 +58,7 @@ public:
     std::vector<std::string> alerts, alertTexts, confirmations, chooserKeys, revealed, opened;
     int beeps = 0;
     int changes = 0;
-    std::vector<int> states;  // each state told at once, repeats folded
+    std::vector<int> states;  // the state at each telling, repeats folded
 };
 
 // A connection fixture with the activity list's surroundings: the recordings
