@@ -1,9 +1,13 @@
 // The quillon command: parses the command line and runs one subcommand.
 #include <csignal>
+#include <cstdio>
 
 #include "cli/CommandLine.h"
 
 int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
+    // Results go to stdout and progress to stderr: line by line, so that a log
+    // of both shows them in the order they happened.
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
     return quillon::runCommandLine(argc, argv);
 }
