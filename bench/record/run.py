@@ -329,10 +329,12 @@ def fmt_ratio(x, y):
 
 
 class Context:
-    def __init__(self, args):
+    """One benchmark run: its options, the quillon under test, a scratch folder and the results."""
+
+    def __init__(self, args, prefix="quillon-bench-"):
         self.args = args
         self.quillon = os.path.join(args.build_dir, "quillon")
-        self.work = tempfile.mkdtemp(prefix="quillon-bench-", dir=args.tmp)
+        self.work = tempfile.mkdtemp(prefix=prefix, dir=args.tmp)
         self.cap_bytes = 0
         self.results = {"machine": machine(), "started": datetime.datetime.now().isoformat(timespec="seconds")}
 

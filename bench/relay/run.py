@@ -17,7 +17,6 @@ its pid; every temporary folder is removed after its run.
 """
 
 import argparse
-import datetime
 import importlib.util
 import os
 import selectors
@@ -34,7 +33,7 @@ ROOT = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", ".."))
 
 
 def _load_record_driver():
-    # The recording benchmark's process helpers (Proc, Station, machine, ...)
+    # The recording benchmark's helpers (Proc, Context with its station, ...)
     # are reused as they are; bench/record is not a package, so load it by path.
     path = os.path.join(ROOT, "bench", "record", "run.py")
     spec = importlib.util.spec_from_file_location("bench_record", path)
@@ -44,7 +43,7 @@ def _load_record_driver():
 
 
 record = _load_record_driver()
-Proc, Station, machine, log, fmt_ratio = record.Proc, record.Station, record.machine, record.log, record.fmt_ratio
+Proc, log, fmt_ratio = record.Proc, record.log, record.fmt_ratio
 
 META_INT = 16000
 BITRATE = 128
@@ -280,25 +279,11 @@ def listen(listeners, seconds, warmup, on_window_start):
 # ---- one point -----------------------------------------------------------------
 
 
-class Context:
-    def __init__(self, args):
-        self.args = args
-        self.quillon = os.path.join(args.build_dir, "quillon")
-        self.work = tempfile.mkdtemp(prefix="quillon-relay-bench-", dir=args.tmp)
-        self.results = {"machine": machine(), "started": datetime.datetime.now().isoformat(timespec="seconds")}
-
-    def fresh(self, name):
-        path = os.path.join(self.work, name)
-        shutil.rmtree(path, ignore_errors=True)
-        os.makedirs(path)
-        return path
-
-
 def run_point(ctx, relay, n):
     a = ctx.args
     nominal = BITRATE * 125
-    station = Station(ctx.quillon, ctx.fresh("station-home"), "--rate", "realtime", "--bitrate", BITRATE,
-                      "--payload", "mp3", "--metaint", META_INT, "--title-every", a.title_every)
+    station = ctx.station("--rate", "realtime", "--bitrate", BITRATE, "--payload", "mp3", "--metaint", META_INT,
+                          "--title-every", a.title_every)
     home = ctx.fresh("relay-home")
     proc, listeners = None, []
     try:
@@ -416,7 +401,7 @@ def main():
         sys.exit("bench: streamripper is not installed (apt-get install streamripper)")
     if not args.no_build:
         record.build(args)
-    ctx = Context(args)
+    ctx = record.Context(args, prefix="quillon-relay-bench-")
     chosen = [x for x in RELAYS if x.name in args.relays.split(",")]
     ctx.results["points"] = {}
     try:
