@@ -598,6 +598,11 @@ def verdict(ok):
     return "met" if ok else "MISSED"
 
 
+def table(caption, columns):
+    """A caption and the head of a Markdown table: the first column left, the figures right."""
+    return [caption, "", "| " + " | ".join(columns) + " |", "|---|" + "---:|" * (len(columns) - 1)]
+
+
 def report(ctx):
     r = ctx.results
     m = r["machine"]
@@ -607,11 +612,10 @@ def report(ctx):
     if "a" in r:
         a = r["a"]["contenders"]
         q = a["quillon"]
-        lines += [f"(a) one connection, --rate max, {r['a']['bytes'] / GIB:g} GiB of audio, median of "
-                  f"{r['a']['repeat']} runs", "",
-                  "| recorder | MiB/s to last write | quillon is | MiB/s to exit | quillon is | MiB/s to on disk | "
-                  "quillon is | CPU s | peak RSS MiB | on disk MiB |",
-                  "|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|"]
+        lines += table(f"(a) one connection, --rate max, {r['a']['bytes'] / GIB:g} GiB of audio, median of "
+                       f"{r['a']['repeat']} runs",
+                       ["recorder", "MiB/s to last write", "quillon is", "MiB/s to exit", "quillon is",
+                        "MiB/s to on disk", "quillon is", "CPU s", "peak RSS MiB", "on disk MiB"])
         for name, s in a.items():
             lines.append(f"| {label[name]} | {s['mib_s']:.0f} | {fmt_ratio(q['mib_s'], s['mib_s'])} | "
                          f"{s['mib_s_exit']:.0f} | {fmt_ratio(q['mib_s_exit'], s['mib_s_exit'])} | "
@@ -621,12 +625,11 @@ def report(ctx):
     if "b" in r:
         b = r["b"]["contenders"]
         q = b["quillon"]
-        lines += [f"(b) {r['b']['streams']} connections at 128 kbit/s for {r['b']['seconds']} s; one process per "
-                  f"connection (per-connection RSS = process RSS) unless said otherwise; titles every "
-                  f"{r['b']['title_every']} bytes", "",
-                  "| recorder | CPU ms / stream-min | quillon is | peak RSS MiB / conn | quillon is | "
-                  "PSS MiB / conn | USS MiB / conn | on disk MiB |",
-                  "|---|---:|---:|---:|---:|---:|---:|---:|"]
+        lines += table(f"(b) {r['b']['streams']} connections at 128 kbit/s for {r['b']['seconds']} s; one process "
+                       f"per connection (per-connection RSS = process RSS) unless said otherwise; titles every "
+                       f"{r['b']['title_every']} bytes",
+                       ["recorder", "CPU ms / stream-min", "quillon is", "peak RSS MiB / conn", "quillon is",
+                        "PSS MiB / conn", "USS MiB / conn", "on disk MiB"])
         for name, s in b.items():
             lines.append(f"| {s['label']} | {s['cpu_per_stream_minute'] * 1000:.1f} | "
                          f"{fmt_ratio(q['cpu_per_stream_minute'], s['cpu_per_stream_minute'])} | "
@@ -636,11 +639,10 @@ def report(ctx):
         lines.append("")
     if "c" in r:
         c = r["c"]["contenders"]
-        lines += [f"(c) one connection, --rate max, {r['c']['bytes'] / GIB:g} GiB: RSS sampled every "
-                  f"{ctx.args.c_interval} s", "",
-                  "| recorder | RSS at 5% MiB | at 50% | at end | growth 5%-end KiB | 50%-end KiB | "
-                  "max 5%-99% | peak | wall s |",
-                  "|---|---:|---:|---:|---:|---:|---:|---:|---:|"]
+        lines += table(f"(c) one connection, --rate max, {r['c']['bytes'] / GIB:g} GiB: RSS sampled every "
+                       f"{ctx.args.c_interval} s",
+                       ["recorder", "RSS at 5% MiB", "at 50%", "at end", "growth 5%-end KiB", "50%-end KiB",
+                        "max 5%-99%", "peak", "wall s"])
         for name, s in c.items():
             lines.append(f"| {label[name]} | {s['rss_early_kib'] / 1024:.2f} | {s['rss_mid_kib'] / 1024:.2f} | "
                          f"{s['rss_end_kib'] / 1024:.2f} | {s['growth_kib']:+d} | {s['growth_second_half_kib']:+d} | "
