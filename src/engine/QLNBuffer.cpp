@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <new>
 #include <utility>
@@ -53,6 +54,7 @@ QLNBuffer::~QLNBuffer() {
 void QLNBuffer::retire(FileHandle file) {
     {
         std::lock_guard lock(closeMutex_);
+        if (!file.isOpen()) return;
         closing_.push_back(std::move(file));
         if (!closer_.joinable()) closer_ = std::thread([this] { closeLoop(); });
     }
@@ -67,10 +69,15 @@ void QLNBuffer::closeLoop() {
         if (closing_.empty()) return;
         FileHandle file = std::move(closing_.front());
         closing_.pop_front();
+        closingBusy_ = true;
         lock.unlock();
-        file.sync();
+        const bool synced = file.sync();
+        const int error = errno;
         file.close();
         lock.lock();
+        closingBusy_ = false;
+        if (!synced && closeError_.empty()) closeError_ = fmt::format("Disk error: {}", std::strerror(error));
+        closeWake_.notify_all();
     }
 }
 
@@ -157,7 +164,17 @@ unsigned QLNBuffer::filledValue() const {
     return static_cast<unsigned>(std::min<std::uint64_t>(bufferSize() * 100 / line, 100));
 }
 
+void QLNBuffer::raiseCloseError() {
+    std::string error;
+    {
+        std::lock_guard lock(closeMutex_);
+        error = closeError_;
+    }
+    if (!error.empty()) throw NamedException("Disk error", error);
+}
+
 void QLNBuffer::addData(std::span<const std::uint8_t> block) {
+    raiseCloseError();
     std::lock_guard lock(mutex_);
     ringAppend(block);
     updateHeld();
@@ -219,12 +236,37 @@ void QLNBuffer::requireCount(std::int64_t count) const {
 }
 
 void QLNBuffer::writeFront(std::size_t count) {
-    // A failed write (a full disk) is not a stream failure: the free-space
-    // guard stops the recording, and the relay goes on meanwhile.
-    filehandle_.writeAll(frontFirst(count));
-    if (auto rest = frontSecond(count); !rest.empty()) filehandle_.writeAll(rest);
+    // Deliberate: a failed write (a full disk, a read-only folder, a quota,
+    // an I/O error) ends the recording loudly rather than dropping audio.
+    auto rest = frontSecond(count);
+    if (!filehandle_.writeAll(frontFirst(count)) || (!rest.empty() && !filehandle_.writeAll(rest)))
+        throw NamedException("Disk error", fmt::format("Disk error: {}", std::strerror(errno)));
     ringDrop(count);
     updateHeld();
+}
+
+void QLNBuffer::finish() {
+    {
+        std::lock_guard lock(mutex_);
+        while (!flushEvents_.empty() && flushEvents_.front() <= static_cast<std::int64_t>(size_)) {
+            flushBufferLocked(flushEvents_.front());
+            flushEvents_.pop_front();
+        }
+        // Cuts beyond the held audio (a positive offset the stop came before):
+        // the current file keeps it all; the files that were to follow get none.
+        flushEvents_.clear();
+        if (filehandle_.isOpen()) writeFront(size_);
+        retire(std::move(filehandle_));
+        for (FileHandle& file : pendingFiles_) retire(std::move(file));
+        pendingFiles_.clear();
+        filehandle_ = FileHandle::nullDevice();
+    }
+    // Every file is on disk (or has failed loudly) before the writer is done.
+    {
+        std::unique_lock lock(closeMutex_);
+        closeWake_.wait(lock, [this] { return closing_.empty() && !closingBusy_; });
+    }
+    raiseCloseError();
 }
 
 Bytes QLNBuffer::getData(std::int64_t count) {

@@ -26,6 +26,7 @@
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <span>
 #include <thread>
 #include <vector>
@@ -53,7 +54,8 @@ public:
     // Sizes the writer for the stream's bit rate in kbit/s (0 counts as 128).
     void initValues(unsigned bitrate);
     // Appends one audio block, then either performs the first pending cut once
-    // it is reached or writes everything older than the delay line.
+    // it is reached or writes everything older than the delay line. A failed
+    // write or a file that could not be flushed to disk raises "Disk error".
     void addData(std::span<const std::uint8_t> block);
     // The first file of the writer's life is taken at once; every later one is
     // scheduled as a cut `offset` seconds after the audio received so far.
@@ -62,6 +64,10 @@ public:
     // closer thread to be flushed to disk and closed, and moves to the next
     // pending file (the null device when none is pending).
     void flushBuffer(std::int64_t count);
+    // Writes out everything held: each pending cut that the held audio
+    // reaches is made, the rest goes to the current file, and every file is
+    // handed to the closer thread. The writer takes no more audio after it.
+    void finish();
     // Takes the front `count` bytes. Raises "QLN BUFFER INCONSISTENT VALUE" for
     // a negative count and "not enough data" for more than is held.
     Bytes getData(std::int64_t count);
@@ -99,6 +105,8 @@ private:
 
     // Closer thread: hands a finished file over; the loop flushes and closes.
     void retire(FileHandle file);
+    // Raises the closer thread's failure, if any, on the writing thread.
+    void raiseCloseError();
     void closeLoop();
 
     // The ring's memory: pages of its own, mapped directly, so that a ring
@@ -139,6 +147,8 @@ private:
     std::condition_variable closeWake_;
     std::deque<FileHandle> closing_;
     bool closerStop_ = false;
+    bool closingBusy_ = false;  // the closer thread is flushing a file
+    std::string closeError_;  // a finished file that failed to reach the disk
     std::thread closer_;  // declared last: joined before the rest goes
 };
 

@@ -1,10 +1,13 @@
 #include "engine/Ripper.h"
 
+#include <filesystem>
+
 #include <fmt/format.h>
 
 #include "engine/RelayBlockPool.h"
 #include "engine/RipperOwner.h"
 #include "engine/StreamRequest.h"
+#include "engine/TinyID3.h"
 #include "net/TCPSocket.h"
 #include "platform/Localization.h"
 #include "platform/Log.h"
@@ -19,10 +22,42 @@
 namespace quillon {
 
 namespace {
-constexpr std::size_t kLookahead = 16384;
 constexpr std::size_t kHeaderMax = 16384;
 constexpr int kMaxAttempts = 10;
-constexpr unsigned kDefaultBlock = 8192;
+// Deliberate bound: a server that redirects for ever (to itself, say) fails
+// the attempt instead of being followed at thousands of connections a second.
+constexpr int kMaxRedirects = 10;
+const char* const kDiskError = "Disk error";
+
+// The meta interval as the header gives it: 0 (no metadata) when absent;
+// nothing when it is not a whole number within 0..65536. Deliberate bound: a
+// huge or negative interval would have the connection allocate gigabytes.
+std::optional<std::size_t> checkedMetaInt(const StreamHeader& header) {
+    auto text = header.getValueForKey("icy-metaint:");
+    if (!text) return 0;
+    std::string_view value = *text;
+    while (!value.empty() && (value.front() == ' ' || value.front() == '\t')) value.remove_prefix(1);
+    while (!value.empty() && (value.back() == ' ' || value.back() == '\t')) value.remove_suffix(1);
+    if (value.empty() || value.size() > 6 || value.find_first_not_of("0123456789") != std::string_view::npos)
+        return std::nullopt;
+    auto n = static_cast<std::size_t>(std::stoul(std::string(value)));
+    if (n > IcyDemuxer::kMaxMetaInt) return std::nullopt;
+    return n;
+}
+
+// A header value as a log line may show it: at most 32 bytes, no controls.
+std::string shownValue(std::string_view value) {
+    std::string out(value.substr(0, 32));
+    for (char& c : out)
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = '?';
+    return out;
+}
+
+// The port of a redirection's address: its own, else the scheme's.
+std::string redirectPort(const Url& url) {
+    if (url.port) return std::to_string(*url.port);
+    return url.scheme.value_or("") == "https" ? "443" : "80";
+}
 
 Preferences& prefs() { return *Preferences::preferences(); }
 }  // namespace
@@ -55,6 +90,11 @@ void Ripper::start() {
     joinThread();
     off_ = false;
     errorCount_ = 0;
+    endReason_ = EndReason::None;
+    {
+        std::lock_guard info(infoMutex_);
+        endText_.clear();
+    }
     initAll();
     createFolderHierarchy();
     guard_ = std::make_unique<InvokeGuard>();
@@ -88,7 +128,7 @@ void Ripper::initAll() {
     relay_ = services_.makeRelay ? services_.makeRelay(*this) : nullptr;
     {
         std::lock_guard b(bufferLock_);
-        primaryBuffer_.clear();
+        demuxer_.clear();
     }
     tryAgain_ = true;
     trackNum_ = 0;
@@ -101,7 +141,7 @@ void Ripper::close() {
     // The reader feeds the relay under the buffer lock, and the connection
     // thread and the main thread may both close; the relay's own threads are
     // joined outside the lock.
-    std::unique_ptr<ConnectionRelay> gone;
+    std::shared_ptr<ConnectionRelay> gone;
     {
         std::lock_guard b(bufferLock_);
         gone.swap(relay_);
@@ -115,6 +155,7 @@ void Ripper::close() {
 }
 
 void Ripper::userClose() {
+    setEnd(EndReason::UserStopped, "");
     off_ = true;
     autolisten_ = false;
     {
@@ -279,8 +320,12 @@ void Ripper::runOnMain(const std::function<void()>& task) {
 }
 
 void Ripper::setValues(unsigned bufferSize, bool meta, int state, unsigned bitrate) {
-    bufferSize_ = bufferSize == 0 ? kDefaultBlock : bufferSize;
+    bufferSize_ = bufferSize == 0 ? kDefaultBlockSize : bufferSize;
     hasMeta_ = meta;
+    {
+        std::lock_guard lock(bufferLock_);
+        demuxer_ = IcyDemuxer(bufferSize_, meta);
+    }
     bitRate_ = bitrate;
     setState(state);
 }
@@ -324,6 +369,8 @@ void Ripper::startRipping(std::shared_ptr<TCPSocket> socket) {
     const std::string proxyHost = prefs().getParam("proxyHost");
     const std::string proxyPort = prefs().getParam("proxyPort");
     int attempts = 0;
+    int redirects = 0;
+    std::string lastFailure;
     try {
         while (state_ < Recording && tryAgain_ && attempts < kMaxAttempts && !off_) {
             try {
@@ -335,6 +382,8 @@ void Ripper::startRipping(std::shared_ptr<TCPSocket> socket) {
                     throw NamedException("Server Error", "Server refused connection");
                 int result = connect(*socket);
                 if (result == 1) {
+                    if (++redirects > kMaxRedirects)
+                        throw NamedException("Server Error", "Too many redirections");
                     socket = replaceSocket();
                     setState(Redirected);
                 } else if (result != 0) {
@@ -345,7 +394,9 @@ void Ripper::startRipping(std::shared_ptr<TCPSocket> socket) {
             } catch (const NamedException& e) {
                 // One failed attempt; its reason is worth a line of its own.
                 Log::line(e.reason());
+                lastFailure = e.reason();
                 ++attempts;
+                redirects = 0;
                 ++errorCount_;
                 {
                     std::lock_guard info(infoMutex_);
@@ -362,14 +413,33 @@ void Ripper::startRipping(std::shared_ptr<TCPSocket> socket) {
         }
         if (state_ >= Recording) {
             readStreaming(*socket);
+            finishRecording();
         } else {
             --errorCount_;
+            setEnd(EndReason::Refused, lastFailure.empty() ? "Cannot connect to server" : lastFailure);
             userClose();
             throw NamedException("Cannot connect to server", "Cannot connect to server");
         }
     } catch (const NamedException& e) {
         ++errorCount_;
         Log::line(e.reason());
+        finishRecording();
+        if (e.name() == kDiskError || endReason_ == EndReason::DiskError) {
+            // Deliberate: a disk that cannot take the audio ends the connection
+            // loudly instead of recording on into nothing; no reconnect helps.
+            setEnd(EndReason::DiskError, e.name() == kDiskError ? e.reason() : "");
+            userClose();
+            std::string text = endReasonText();
+            Log::line(fmt::format("{}: {}", connName(), text));
+            {
+                std::lock_guard info(infoMutex_);
+                status_ = text;
+            }
+            setCurrentTrack("");
+            runOnMain([this] { owner_.refreshDetails(*this); });
+            return;
+        }
+        if (!off_) setEnd(EndReason::Lost, e.reason());
         close();
         setCurrentTrack("");
         if (off_) {
@@ -386,6 +456,45 @@ void Ripper::startRipping(std::shared_ptr<TCPSocket> socket) {
     }
 }
 
+void Ripper::setEnd(EndReason reason, const std::string& text) {
+    // The first reason of a run is the one that counts: a disk error is not
+    // turned into a user's stop by the close that follows it.
+    // A disk error outranks whatever else ended the run: it is what the user
+    // must hear of.
+    EndReason current = EndReason::None;
+    if (!endReason_.compare_exchange_strong(current, reason)) {
+        if (reason != EndReason::DiskError || current == EndReason::DiskError) return;
+        endReason_ = reason;
+    }
+    std::lock_guard info(infoMutex_);
+    endText_ = text;
+}
+
+std::string Ripper::endReasonText() const {
+    std::string text;
+    {
+        std::lock_guard info(infoMutex_);
+        text = endText_;
+    }
+    auto with = [&](const char* what) { return text.empty() ? std::string(what) : fmt::format("{}: {}", what, text); };
+    switch (endReason_.load()) {
+        case EndReason::None:
+            return "";
+        case EndReason::UserStopped:
+            return "stopped by the user";
+        case EndReason::ServerEnded:
+            return "stream ended by the server";
+        case EndReason::Lost:
+            return with("connection lost");
+        case EndReason::Refused:
+            return with("refused");
+        case EndReason::DiskError:
+            // The failure's own text already begins "Disk error: ...".
+            return text.empty() ? std::string("Disk error") : text;
+    }
+    return "";
+}
+
 void Ripper::readStreaming(TCPSocket& socket) {
     {
         std::lock_guard w(writerMutex_);
@@ -396,7 +505,7 @@ void Ripper::readStreaming(TCPSocket& socket) {
         if (relay_) relay_->startFeeding();
     }
     if (!useMeta_) {
-        if (prefs().getState("split")) {
+        if (prefs().getState("split") && chunkSizeSet()) {
             trackSplit_ = true;
             trackSize_ = intValue(prefs().getParam("chunkSize"));
             trackNum_ = 1;
@@ -404,6 +513,7 @@ void Ripper::readStreaming(TCPSocket& socket) {
         } else {
             runOnMain([this] { setFileName(""); });
         }
+        raisePendingDiskError();
     }
     std::weak_ptr<bool> alive = alive_;
     MainLoop::main().post([this, alive] {
@@ -415,14 +525,58 @@ void Ripper::readStreaming(TCPSocket& socket) {
         if (readScratch_.size() < want) readScratch_.resize(want);
         std::size_t got = socket.readBytesToBuffer(readScratch_.data(), static_cast<std::int64_t>(want),
                                                    timing().streamReadTimeout);
-        if (got != want) throw NamedException("Stream lost sync", "Stream lost sync");
         bytesRead_ += got;
         {
+            // A short read is the stream's end: what came is still audio to keep.
             std::lock_guard lock(bufferLock_);
-            primaryBuffer_.append(std::span<const std::uint8_t>(readScratch_.data(), got));
+            demuxer_.append(std::span<const std::uint8_t>(readScratch_.data(), got));
+        }
+        if (got != want) {
+            if (!off_) setEnd(EndReason::ServerEnded, "");
+            throw NamedException("Stream lost sync", "Stream lost sync");
         }
         dataLoaderTimer();
     }
+}
+
+void Ripper::raisePendingDiskError() {
+    std::string error;
+    {
+        std::lock_guard w(writerMutex_);
+        error.swap(pendingDiskError_);
+    }
+    if (!error.empty()) throw NamedException(kDiskError, error);
+}
+
+void Ripper::finishRecording() {
+    // Deliberate: what the lookahead and the delay line hold is written out at
+    // every end (stop, end of stream, failure, reconnect, quit); a recording
+    // then ends where the stream did, not 30 seconds earlier.
+    // After a disk error nothing more is written; the files are as they are.
+    if (endReason_ != EndReason::DiskError) {
+        try {
+            while (getData(blockScratch_, true)) {
+                std::lock_guard w(writerMutex_);
+                if (fileOpen_ && !relayOnly_) fileBuffer_->addData(blockScratch_);
+            }
+            std::lock_guard w(writerMutex_);
+            if (fileOpen_) fileBuffer_->finish();
+        } catch (const NamedException& e) {
+            Log::line(e.reason());
+            if (e.name() == kDiskError) setEnd(EndReason::DiskError, e.reason());
+        }
+    }
+    {
+        std::lock_guard w(writerMutex_);
+        if (!fileOpen_) return;
+        fileOpen_ = false;
+    }
+    // A file that got its tag but no audio (a cut that the stop came before)
+    // is no track: it goes rather than staying as an empty file.
+    const std::string last = filename();
+    std::error_code ec;
+    if (!last.empty() && std::filesystem::file_size(last, ec) == TinyID3::tagSize() && !ec)
+        std::filesystem::remove(last, ec);
 }
 
 void Ripper::startDataLoader() {
@@ -431,21 +585,26 @@ void Ripper::startDataLoader() {
     MainLoop::main().addTimer(timing().autoListenDelay, [this, alive] {
         auto a = alive.lock();
         if (!a || !*a) return;
-        // The connection's thread may drop the relay at any time; it does so
-        // under the buffer lock. Opening the player does not wait for it.
-        std::lock_guard lock(bufferLock_);
-        if (relay_) relay_->listenOnce();
+        // The connection's thread may drop the relay at any time, under the
+        // buffer lock; the player is started outside it, so that the reader
+        // never waits for a child process.
+        std::shared_ptr<ConnectionRelay> relay;
+        {
+            std::lock_guard lock(bufferLock_);
+            relay = relay_;
+        }
+        if (relay) relay->listenOnce();
     });
 }
 
 int Ripper::connect(TCPSocket& socket) {
-    setValues(kDefaultBlock, false, Connecting, 0);
+    setValues(kDefaultBlockSize, false, Connecting, 0);
     std::string request = logHeader();
     socket.writeString(request, timing().streamReadTimeout);
     static constexpr std::uint8_t kEnd[] = {'\r', '\n', '\r', '\n'};
     Bytes header = socket.readDataUpToData(kEnd, kHeaderMax, timing().streamReadTimeout);
     bytesRead_ += header.size();
-    if (prefs().getState("split")) {
+    if (prefs().getState("split") && chunkSizeSet()) {
         trackSplit_ = true;
         trackSize_ = intValue(prefs().getParam("chunkSize"));
     }
@@ -458,7 +617,7 @@ int Ripper::connect(TCPSocket& socket) {
         auto url = Url::parse(*location);
         if (!url) return -1;
         bookmark_->setHost(url->host);
-        if (url->port) bookmark_->setPort(std::to_string(*url->port));
+        bookmark_->setPort(redirectPort(*url));
         std::string path = url->path.empty() ? "/" : url->path;
         if (url->query && !url->query->empty()) path = fmt::format("{}?{}", path, *url->query);
         bookmark_->setPath(path);
@@ -478,20 +637,25 @@ int Ripper::connect(TCPSocket& socket) {
         Log::line(parsed.errorType());
         return -1;
     }
+    auto metaInt = checkedMetaInt(parsed);
+    if (!metaInt) {
+        throw NamedException("Server Error",
+                             fmt::format("Invalid meta interval: {}",
+                                         shownValue(parsed.getValueForKey("icy-metaint:").value_or(""))));
+    }
     titleSource_ = services_.makeTitleSource ? services_.makeTitleSource(*this, logHeader()) : nullptr;
-    setValues(static_cast<unsigned>(parsed.metaInt()), parsed.hasMeta(), Recording,
-              static_cast<unsigned>(parsed.bitRate()));
+    setValues(static_cast<unsigned>(*metaInt), *metaInt > 0, Recording, static_cast<unsigned>(parsed.bitRate()));
 
-    std::size_t want = bufferSize_ + kLookahead;
+    std::size_t want = bufferSize_ + IcyDemuxer::kLookahead;
     readScratch_.resize(want);
     std::size_t got = socket.readBytesToBuffer(readScratch_.data(), static_cast<std::int64_t>(want),
                                                timing().streamReadTimeout);
     bytesRead_ += got;
     {
         std::lock_guard lock(bufferLock_);
-        primaryBuffer_.append(std::span<const std::uint8_t>(readScratch_.data(), got));
+        demuxer_.append(std::span<const std::uint8_t>(readScratch_.data(), got));
     }
-    if (!getData(blockScratch_)) {
+    if (!getData(blockScratch_, false)) {
         setState(Connecting);
         return -1;
     }
@@ -500,40 +664,42 @@ int Ripper::connect(TCPSocket& socket) {
         // streaming starts; opening one here would leave an empty chunk 000.
         if (!trackSplit_) runOnMain([this] { setFileName(""); });
         useMeta_ = false;
+        raisePendingDiskError();
     }
     return 0;
 }
 
-bool Ripper::getData(Bytes& block) {
+bool Ripper::getData(Bytes& block, bool atEnd) {
     enum class Then { Nothing, Title, Untitled } then = Then::Nothing;
     {
         std::lock_guard lock(bufferLock_);
-        const std::size_t size = bufferSize_;
-        // The lookahead guarantees that a whole metadata block follows the audio.
-        if (primaryBuffer_.size() < size + kLookahead) return false;
-        primaryBuffer_.getBytesInto(size, block);
-        if (relay_) {
+        auto cut = atEnd ? demuxer_.nextAtEnd() : demuxer_.next();
+        if (!cut) return false;
+        block.assign(cut->audio.begin(), cut->audio.end());
+        if (relay_ && !atEnd) {
             // The relay's blocks come from a pool of this connection thread:
             // no allocation per block once as many are in flight as will be.
             thread_local std::shared_ptr<RelayBlockPool> relayBlocks = RelayBlockPool::create();
             relay_->feed(relayBlocks->make(block));
         }
-        if (hasMeta_) {
-            auto length = static_cast<std::int8_t>(primaryBuffer_[0]);
-            primaryBuffer_.dropFront(1);
-            if (length > 0) {
-                checkname_ = -1;
-                primaryBuffer_.getBytesInto(static_cast<std::size_t>(length) * 16, metaScratch_);
-                then = Then::Title;
-            } else if (length < 0) {
-                throw NamedException("Error getting fileName", "Error getting name : stream sync failed");
-            } else if (checkname_ != -1 && ++checkname_ > 30) {
-                useMeta_ = false;
-                checkname_ = -1;
-                then = Then::Untitled;
-            }
+        // Deliberate: a metadata block without a StreamTitle (only a
+        // StreamUrl, say) counts as an empty one, so that a stream that never
+        // names its tracks still falls back to date-stamped files.
+        bool titled = cut->metadata == IcyDemuxer::Metadata::Block &&
+                      VoObject::returnStringInData(cut->metadataBytes, "StreamTitle='", "';").has_value();
+        if (titled) {
+            checkname_ = -1;
+            metaScratch_.assign(cut->metadataBytes.begin(), cut->metadataBytes.end());
+            then = Then::Title;
+        } else if (cut->metadata != IcyDemuxer::Metadata::None && checkname_ != -1 && ++checkname_ > 30) {
+            useMeta_ = false;
+            checkname_ = -1;
+            then = Then::Untitled;
         }
     }
+    // At the end only audio is taken: a title there would open a file that no
+    // audio follows.
+    if (atEnd) return true;
     // Title changes open files and may wait for the main thread: not under the lock.
     if (then == Then::Title) getName(metaScratch_);
     if (then == Then::Untitled) setNoNameFile();
@@ -542,9 +708,10 @@ bool Ripper::getData(Bytes& block) {
 
 void Ripper::dataLoaderTimer() {
     if (state_ < Recording) return;
-    while (state_ >= Recording && getData(blockScratch_)) {
+    while (state_ >= Recording && getData(blockScratch_, false)) {
         if (blockScratch_.size() > bufferSize_)
             throw NamedException("READ BUFFER OVERRUN", "READ BUFFER OVERRUN");
+        raisePendingDiskError();
         recBytes_ += static_cast<std::uint32_t>(blockScratch_.size());
         if (trackSplit_ && !useMeta_ && recBytes_ > static_cast<std::uint64_t>(trackSize_) * 1048576ULL) {
             setNoNameFile();
@@ -553,6 +720,12 @@ void Ripper::dataLoaderTimer() {
         std::lock_guard w(writerMutex_);
         if (fileOpen_ && !relayOnly_) fileBuffer_->addData(blockScratch_);
     }
+}
+
+bool Ripper::chunkSizeSet() {
+    // Deliberate: a chunk size of 0 (or none) means no size split; taken
+    // literally it would cut a file at every block.
+    return intValue(prefs().getParam("chunkSize")) > 0;
 }
 
 }  // namespace quillon

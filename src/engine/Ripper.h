@@ -23,6 +23,7 @@
 #include <thread>
 
 #include "engine/ConnectionServices.h"
+#include "engine/IcyDemuxer.h"
 #include "engine/QLNBuffer.h"
 #include "engine/StreamHeader.h"
 #include "engine/TrackHistory.h"
@@ -38,6 +39,9 @@ class TCPSocket;
 
 class Ripper {
 public:
+    // The audio block size of a stream without metadata.
+    static constexpr unsigned kDefaultBlockSize = 8192;
+
     enum State {
         Finished = 0,
         Stopped = 1,
@@ -46,6 +50,16 @@ public:
         Redirected = 4,
         Recording = 5,
         Relaying = 6
+    };
+
+    // Why the connection last stopped streaming (or never started).
+    enum class EndReason {
+        None,          // still running, or never started
+        UserStopped,   // the user, the owner, a rule or stop-after-this-track
+        ServerEnded,   // the server ended the stream
+        Lost,          // a read failed or timed out, or the stream lost sync
+        Refused,       // no connection could be made or the server refused it
+        DiskError,     // the track file could not be created or written
     };
 
     // Makes the connection and starts it at once.
@@ -100,12 +114,15 @@ public:
     unsigned errorCount() const { return errorCount_; }
     std::uint64_t bytesRead() const { return bytesRead_; }
     int trackCount() const { return trackNum_; }
+    EndReason endReason() const { return endReason_; }
+    // The end reason in words, with the failure's own text where there is one
+    // ("disk error: No space left on device"); empty while running.
+    std::string endReasonText() const;
 
 private:
     // Connection thread.
     void startRipping(std::shared_ptr<TCPSocket> socket);
     int connect(TCPSocket& socket);
-    bool getData(Bytes& block);
     void dataLoaderTimer();
     void readStreaming(TCPSocket& socket);
     void setState(int state);
@@ -113,11 +130,22 @@ private:
     std::string logHeader() const;
     bool sleepUnlessOff(double seconds);
     std::shared_ptr<TCPSocket> replaceSocket();
+    static bool chunkSizeSet();
     void runOnMain(const std::function<void()>& task);
     void shutdownSocket();
     void joinThread();
     void initAll();
     void startDataLoader();
+    // Writes everything received and still held (the lookahead and the delay
+    // line) to the track files; runs on the connection thread at every end.
+    void finishRecording();
+    void setEnd(EndReason reason, const std::string& text);
+    // A disk failure noticed on the main thread (the first file) is raised on
+    // the connection thread.
+    void raisePendingDiskError();
+    // Fills the next audio block from the demuxer; `atEnd` also takes what the
+    // lookahead holds back.
+    bool getData(Bytes& block, bool atEnd);
 
     // Track splitting and naming (RipperTracks.cpp).
     void getName(const Bytes& metadata);
@@ -159,12 +187,13 @@ private:
     bool fileOpen_ = false;
 
     mutable std::mutex bufferLock_;
-    ByteBuffer primaryBuffer_;
+    IcyDemuxer demuxer_{kDefaultBlockSize, false};
     Bytes readScratch_;
     Bytes blockScratch_;
     Bytes metaScratch_;
 
-    std::unique_ptr<ConnectionRelay> relay_;
+    // Shared so that opening the player needs no lock while it runs.
+    std::shared_ptr<ConnectionRelay> relay_;
     std::unique_ptr<TitleSource> titleSource_;
     std::shared_ptr<TrackHistoryEntry> currentItem_;
 
@@ -192,6 +221,14 @@ private:
     std::atomic<std::uint64_t> bytesRead_{0};
     std::atomic<std::uint16_t> servePort_{0};
     std::atomic<bool> threadActive_{false};
+    std::atomic<EndReason> endReason_{EndReason::None};
+    std::string endText_;          // under infoMutex_
+    std::string pendingDiskError_;  // under writerMutex_
+    // The last file this connection created, and the name it asked for (its
+    // path before a numbered name was taken): a reconnect that resumes the
+    // same title, or recording switched on again, appends to it.
+    std::string resumePath_;  // under infoMutex_
+    std::string resumeBase_;  // under infoMutex_
 };
 
 }  // namespace quillon

@@ -2,6 +2,7 @@
 // what the next file is called, in which folder it lies, and what goes into the
 // history. Runs on the connection thread (title changes, size splits) or on the
 // main thread while the connection thread waits (the first file).
+#include <cstring>
 #include <filesystem>
 
 #include <fmt/format.h>
@@ -9,6 +10,7 @@
 #include "engine/Ripper.h"
 #include "engine/RipperOwner.h"
 #include "engine/TinyID3.h"
+#include "engine/TrackFile.h"
 #include "engine/TrackHistory.h"
 #include "engine/TrackName.h"
 #include "platform/Home.h"
@@ -60,7 +62,7 @@ std::string Ripper::genericTitle() {
         if (genericTitle_) return *genericTitle_;
     }
     useMeta_ = false;
-    if (prefs().getState("split")) {
+    if (prefs().getState("split") && chunkSizeSet()) {
         trackSplit_ = true;
         trackSize_ = intValue(prefs().getParam("chunkSize"));
     }
@@ -82,9 +84,10 @@ void Ripper::finishCurrentFile(std::string& finishedPath) {
     finishedPath = parentFolderIfIncomplete(current);
     bool skipped = currentItem_ && currentItem_->skipped();
     if (finishedPath != current && !skipped) {
-        std::error_code ec;
-        std::filesystem::rename(current, finishedPath, ec);
-        handToLibrary(finishedPath);
+        // Deliberate: a file already there under the finished name is never
+        // replaced; the track takes the next free name beside it.
+        finishedPath = TrackFile::moveUnique(current, finishedPath);
+        if (finishedPath != current) handToLibrary(finishedPath);
     }
 }
 
@@ -190,7 +193,9 @@ void Ripper::setNoNameFile() {
     std::string name = standardFiltered(generic);
     setCurrentTrack(name);
     setState(Recording);
-    if (trackSplit_) name = trackNumber(fmt::format("000{} ", trackNum_.load())) + name;
+    // Deliberate: chunk numbers keep all their digits past 999 ("1000 "), so
+    // that a long recording does not come round to the names of its first chunks.
+    if (trackSplit_) name = fmt::format("{:03} ", trackNum_.load()) + name;
     ++trackNum_;
     std::string path =
         joinPath(downloadPath(), fileNameForTrack(name, standardFiltered(bookmark_->name().value_or(""))));
@@ -198,12 +203,12 @@ void Ripper::setNoNameFile() {
         std::lock_guard lock(infoMutex_);
         filename_ = path;
     }
-    std::weak_ptr<bool> alive = alive_;
-    MainLoop::main().addTimer(timing().libraryHandOffDelay, [this, alive, path] {
-        if (auto a = alive.lock(); a && *a) handToLibrary(path);
-    });
     if (currentItem_) currentItem_->setPath(path);
     setupFile(true);
+    std::weak_ptr<bool> alive = alive_;
+    MainLoop::main().addTimer(timing().libraryHandOffDelay, [this, alive, path = filename()] {
+        if (auto a = alive.lock(); a && *a) handToLibrary(path);
+    });
 }
 
 std::string Ripper::parentFolderIfIncomplete(const std::string& path) {
@@ -241,19 +246,45 @@ void Ripper::createFolderHierarchy() {
 
 void Ripper::setupFile(bool write) {
     bool skipped = currentItem_ && currentItem_->skipped();
-    std::string path = filename();
-    FileHandle file = write && !skipped ? FileHandle::openExistingForWriting(path) : FileHandle::nullDevice();
-    if (file.isOpen()) {
-        // An existing file is started again from empty, without a new tag.
-        file.truncate(0);
-    } else {
-        file = FileHandle::createForWriting(path);
-        if (file.isOpen()) {
+    FileHandle file;
+    if (write && !skipped) {
+        const std::string path = filename();
+        std::string resumePath, resumeBase;
+        {
+            std::lock_guard lock(infoMutex_);
+            resumePath = resumePath_;
+            resumeBase = resumeBase_;
+        }
+        // Deliberate: an existing file is never truncated or shared. The
+        // connection's own last file is appended to when its title resumes
+        // (after a reconnect, or when recording is switched on again); any
+        // other name that is taken gets the next free numbered name.
+        TrackFile::Opened opened;
+        if (!resumePath.empty() && (path == resumeBase || path == resumePath))
+            opened = TrackFile::openForAppending(resumePath);
+        const bool resumed = opened.file.isOpen();
+        if (!resumed) opened = TrackFile::createUnique(path);
+        if (opened.file.isOpen() && !resumed) {
             TinyID3 tag;
             tag.setGenre(bookmark_->genre());
             tag.setSeparator(bookmark_->separator().value_or(""));
-            tag.updateFile(file, currentTrack());
+            if (!tag.updateFile(opened.file, currentTrack()) && TinyID3::tagSize() > 0) opened.error = errno;
         }
+        if (opened.error != 0 && !(resumed && opened.file.isOpen())) {
+            std::lock_guard lock(writerMutex_);
+            pendingDiskError_ =
+                fmt::format("Disk error: cannot write {}: {}", opened.path, std::strerror(opened.error));
+            opened.file = FileHandle::nullDevice();
+        } else {
+            std::lock_guard lock(infoMutex_);
+            filename_ = opened.path;
+            resumePath_ = opened.path;
+            if (!resumed) resumeBase_ = path;
+        }
+        if (currentItem_ && !skipped) currentItem_->setPath(opened.path);
+        file = std::move(opened.file);
+    } else {
+        file = FileHandle::nullDevice();
     }
     std::lock_guard lock(writerMutex_);
     fileBuffer_->setNewFileHandle(std::move(file));

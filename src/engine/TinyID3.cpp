@@ -32,6 +32,11 @@ Bytes TinyID3::createtagwithArtist(std::string_view artist, std::string_view tra
     return tag;
 }
 
+std::size_t TinyID3::tagSize() {
+    static const std::size_t size = createtagwithArtist("", "", "", "", "").size();
+    return size;
+}
+
 bool TinyID3::updateFile(FileHandle& file, std::string_view trackName) const {
     std::string_view artist, title;
     if (!separator_.empty()) {

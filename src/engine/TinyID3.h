@@ -39,6 +39,9 @@ public:
     // failed; the file then simply begins with the audio.
     bool updateFile(FileHandle& file, std::string_view trackName) const;
 
+    // The size of every tag (that of the template); 0 without one.
+    static std::size_t tagSize();
+
     // The filled template. Each value is cut to its slot at the last whole UTF-8
     // character, shorter ones are zero-filled. Empty when the template is missing
     // or too short for the slots.

@@ -18,6 +18,10 @@ inline constexpr std::size_t kMaxFileNameBytes = 255;
 std::string fileNameForTrack(std::string_view filteredName, std::string_view fallback,
                              std::string_view extension = ".mp3");
 
+// The name of the `copy`-th file of one name: "Title (2).mp3", shortened ahead
+// of the number so that it still fits; copy 1 is the name itself.
+std::string numberedFileName(std::string_view fileName, int copy);
+
 // A folder name (genre, station or artist folder) under the same rules.
 std::string safeFolderName(std::string_view filteredName, std::string_view fallback);
 

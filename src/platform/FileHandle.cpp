@@ -30,7 +30,10 @@ FileHandle FileHandle::openForReading(const std::string& path) {
 FileHandle FileHandle::nullDevice() { return FileHandle(::open("/dev/null", O_WRONLY | O_CLOEXEC)); }
 
 bool FileHandle::writeAll(std::span<const std::uint8_t> bytes) {
-    if (fd_ < 0) return false;
+    if (fd_ < 0) {
+        errno = EBADF;
+        return false;
+    }
     std::size_t done = 0;
     while (done < bytes.size()) {
         ssize_t n = ::write(fd_, bytes.data() + done, bytes.size() - done);

@@ -75,9 +75,11 @@ TEST(RecordCommandTest, RecordsUntilTheStationHangsUpAndFilesEveryTitle) {
     EXPECT_EQ(run.status, 0) << run.output;
     EXPECT_NE(run.output.find("Stream lost sync"), std::string::npos)
         << run.output;  // --verbose shows the log
+    // The first title comes round again before the hang-up: it takes a name
+    // of its own instead of reopening the first file.
     auto files = mp3Files(folder);
-    EXPECT_EQ(files,
-              (std::vector<std::string>{"Four - D.mp3", "One - A.mp3", "Three - C.mp3", "Two - B.mp3"}));
+    EXPECT_EQ(files, (std::vector<std::string>{"Four - D.mp3", "One - A (2).mp3", "One - A.mp3", "Three - C.mp3",
+                                               "Two - B.mp3"}));
 }
 
 TEST(RecordCommandTest, StopsAfterTheGivenDurationOrOnInterrupt) {

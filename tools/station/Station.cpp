@@ -207,6 +207,8 @@ void Station::serve(FileHandle socket, std::size_t index) {
         sendText(fd, StationHttp::badRequest());
     } else if (options_.redirectTo) {
         sendText(fd, StationHttp::redirect(*options_.redirectTo));
+    } else if (options_.redirectToSelf) {
+        sendText(fd, StationHttp::redirect(url()));
     } else if (options_.refuse) {
         sendText(fd, StationHttp::refusal(*options_.refuse, options_.status));
     } else {
@@ -227,11 +229,7 @@ void Station::stream(int fd, std::size_t index, bool wantsMetadata) {
     if (!sendText(fd, StationHttp::streamHeader(options_, metadata ? options_.metaint : 0))) return;
 
     if (options_.silentAfterHeader) {
-        char discard[1024];
-        while (waitFor(fd, POLLIN, -1)) {
-            const ssize_t got = ::recv(fd, discard, sizeof discard, 0);
-            if (got == 0 || (got < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)) return;
-        }
+        waitForHangUp(fd);
         return;
     }
 
@@ -261,6 +259,15 @@ void Station::stream(int fd, std::size_t index, bool wantsMetadata) {
         const auto& made = generator.announcements();
         client.announcements.insert(client.announcements.end(),
                                     made.begin() + static_cast<std::ptrdiff_t>(before), made.end());
+    }
+    if (options_.holdOpen && generator.ended()) waitForHangUp(fd);
+}
+
+void Station::waitForHangUp(int fd) {
+    char discard[1024];
+    while (waitFor(fd, POLLIN, -1)) {
+        const ssize_t got = ::recv(fd, discard, sizeof discard, 0);
+        if (got == 0 || (got < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)) return;
     }
 }
 

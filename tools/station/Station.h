@@ -72,6 +72,8 @@ private:
     void serve(FileHandle socket, std::size_t index);
     void stream(int fd, std::size_t index, bool wantsMetadata);
     void reapFinished();
+    // Sends nothing more; returns once the client has gone or the station stops.
+    void waitForHangUp(int fd);
     void markDisconnected(std::size_t index);
 
     // Socket helpers that give up when the station stops or the peer is gone.

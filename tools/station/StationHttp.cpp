@@ -46,7 +46,11 @@ std::string StationHttp::streamHeader(const StationOptions& o, std::uint32_t met
     header += "icy-url:" + o.url + "\r\n";
     header += "icy-pub:0\r\n";
     header += "icy-br:" + std::to_string(o.bitrate) + "\r\n";
-    if (metaint > 0) header += "icy-metaint:" + std::to_string(metaint) + "\r\n";
+    if (o.metaintText) {
+        header += "icy-metaint:" + *o.metaintText + "\r\n";
+    } else if (metaint > 0) {
+        header += "icy-metaint:" + std::to_string(metaint) + "\r\n";
+    }
     header += "\r\n";
     return header;
 }

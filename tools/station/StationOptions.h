@@ -13,8 +13,9 @@ enum class StationRate { realtime, max };
 enum class StationPayload { mp3, counter };
 enum class StationStatus { icy, http };
 // How metadata blocks look when titles are withheld: none (titles are sent),
-// zero-length blocks only, or blocks that carry StreamTitle=''.
-enum class EmptyTitles { none, zeroLength, blank };
+// zero-length blocks only, blocks that carry StreamTitle='', or blocks that
+// carry a StreamUrl and no StreamTitle at all.
+enum class EmptyTitles { none, zeroLength, blank, urlOnly };
 
 struct StationOptions {
     std::uint16_t port = 0;             // 0: an ephemeral port, readable after start
@@ -35,6 +36,9 @@ struct StationOptions {
 
     // Faults on demand.
     std::optional<std::uint64_t> closeAfter;  // hang up after this many audio bytes
+    bool holdOpen = false;                    // at close-after, stop sending but stay connected
+    std::optional<std::string> metaintText;   // the header's icy-metaint value, verbatim
+    bool redirectToSelf = false;              // answer every request with a 302 to the station itself
     std::optional<std::uint32_t> badMetaAt;   // title index whose block gets a length byte >= 128
     std::optional<std::string> redirectTo;    // answer every request with a 302 to this URL
     std::optional<int> refuse;                // answer with this error status (400..599)

@@ -40,6 +40,9 @@ void StreamGenerator::appendMetadata(Bytes& out) {
         case EmptyTitles::blank:
             block = TitlePlan::metadataBlock(TitlePlan::metadataText(""));
             break;
+        case EmptyTitles::urlOnly:
+            block = TitlePlan::metadataBlock("StreamUrl='http://127.0.0.1/';");
+            break;
         case EmptyTitles::none: {
             const std::uint64_t boundary = audio_.offset();
             if (const auto index = plan_.announcementAt(boundary, lastAnnounced_)) {
