@@ -78,7 +78,10 @@ std::vector<std::shared_ptr<Bookmark>> RecordSession::namedApart(
 }
 // ---- UserInterface ----------------------------------------------------------
 
-void RecordSession::alert(const std::string&, const std::string& text) { message("quillon: " + text); }
+void RecordSession::alert(const std::string& key, const std::string& text) {
+    if (key == "ERROR_DISK_ALMOST_FULL") diskAlmostFull_ = true;
+    message("quillon: " + text);
+}
 
 void RecordSession::beep() {
     if (tty_) std::fputc('\a', stderr);
@@ -208,6 +211,8 @@ int RecordSession::run(const std::vector<std::shared_ptr<Bookmark>>& bookmarks) 
     };
     controller_ = std::make_unique<ActivityController>(*this, std::move(services));
     controller_->setRecordsFolder(options_.folder);
+    // Every process that records watches the free space, not only the daemon.
+    if (!options_.relayOnly) controller_->startDiskSpaceWatch();
 
     bool refused = false;
     auto recentFolder = Preferences::recentFolderPath();
@@ -235,9 +240,23 @@ int RecordSession::run(const std::vector<std::shared_ptr<Bookmark>>& bookmarks) 
     drawStatusLines(true);
 
     std::vector<std::string> failed;
-    for (std::size_t row = 0; row < controller_->numberOfRows(); ++row) {
+    std::vector<std::string> ends;
+    bool allEndedWell = true;
+    const std::size_t rows = controller_->numberOfRows();
+    for (std::size_t row = 0; row < rows; ++row) {
         const Ripper& c = controller_->connectionAt(row);
-        if (!streamed_[&c]) failed.push_back(location(c.bookmark()));
+        if (!streamed_[&c]) {
+            failed.push_back(location(c.bookmark()));
+            continue;
+        }
+        // Still running here means the run's end (--for, Ctrl-C) stops it.
+        const Ripper::EndReason reason = c.endReason();
+        const bool well = reason == Ripper::EndReason::None || reason == Ripper::EndReason::UserStopped ||
+                          reason == Ripper::EndReason::ServerEnded;
+        allEndedWell = allEndedWell && well;
+        const std::string text =
+            reason == Ripper::EndReason::None ? std::string("stopped by the user") : c.endReasonText();
+        ends.push_back(rows > 1 ? c.connName() + ": " + text : text);
     }
     std::string reason;
     for (const auto& line : log_.lines()) reason = line;
@@ -245,12 +264,12 @@ int RecordSession::run(const std::vector<std::shared_ptr<Bookmark>>& bookmarks) 
     controller_.reset();  // ends every connection
     interrupts_.reset();
 
-    if (!failed.empty()) {
-        for (const auto& where : failed)
-            std::fprintf(stderr, "quillon: could not record %s: %s\n", where.c_str(),
-                         reason.empty() ? "no connection" : reason.c_str());
-    }
-    return failed.empty() && !refused ? 0 : 1;
+    for (const auto& end : ends) std::fprintf(stderr, "Ended: %s\n", end.c_str());
+    for (const auto& where : failed)
+        std::fprintf(stderr, "quillon: could not record %s: %s\n", where.c_str(),
+                     reason.empty() ? "no connection" : reason.c_str());
+    if (diskAlmostFull_) std::fprintf(stderr, "quillon: stopped: the recordings disk is almost full\n");
+    return failed.empty() && !refused && allEndedWell && !diskAlmostFull_ ? 0 : 1;
 }
 
 }  // namespace quillon

@@ -40,8 +40,10 @@ public:
     explicit RecordSession(RecordOptions options);
     ~RecordSession() override;
 
-    // Records until done; returns the exit status: 0, or 1 when a connection
-    // could not be started or never reached its stream.
+    // Records until done and says why each connection ended; returns the exit
+    // status: 0 when every connection ended by the user's stop, the set
+    // duration or the end of the stream; 1 otherwise (never reached, refused,
+    // lost, a disk error, the disk almost full).
     int run(const std::vector<std::shared_ptr<Bookmark>>& bookmarks);
     int run(const Bookmark& bookmark);
 
@@ -79,6 +81,7 @@ private:
     std::map<const Ripper*, bool> streamed_;  // every connection made, and whether it ever streamed
     std::map<const Ripper*, std::uint64_t> bytesAtLastTrack_;
     bool tty_ = false;
+    bool diskAlmostFull_ = false;  // the free-space guard stopped the recording
     int linesDrawn_ = 0;
     std::map<const Ripper*, std::string> lastStatus_;
 };

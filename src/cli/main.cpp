@@ -6,6 +6,9 @@
 
 int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
+    // A file-size limit then fails the write (EFBIG), which the recorder
+    // reports, instead of killing the process with every recording in it.
+    std::signal(SIGXFSZ, SIG_IGN);
     // Results go to stdout and progress to stderr: line by line, so that a log
     // of both shows them in the order they happened.
     std::setvbuf(stdout, nullptr, _IOLBF, 0);

@@ -132,6 +132,7 @@ void Ripper::initAll() {
     }
     tryAgain_ = true;
     trackNum_ = 0;
+    firstFileOfRun_ = true;
     servePort_ = owner_.firstFreeRelay();
     useMeta_ = !bookmark_->noSplit();
     titleSource_.reset();
@@ -186,7 +187,7 @@ bool Ripper::trackSeparationOn() const { return !genericName_ && trackNum_ > 1; 
 void Ripper::setRelayOnly(bool on) {
     if (on != relayOnly_) {
         relayOnly_ = on;
-        setupFile(!on);
+        setupFile(!on, true);
     }
     if (state_ >= Recording) setState(on ? Relaying : Recording);
 }
@@ -370,6 +371,7 @@ void Ripper::startRipping(std::shared_ptr<TCPSocket> socket) {
     const std::string proxyPort = prefs().getParam("proxyPort");
     int attempts = 0;
     int redirects = 0;
+    bool connected = false;
     std::string lastFailure;
     try {
         while (state_ < Recording && tryAgain_ && attempts < kMaxAttempts && !off_) {
@@ -381,6 +383,7 @@ void Ripper::startRipping(std::shared_ptr<TCPSocket> socket) {
                 if (!socket->connectToHostName(host, port))
                     throw NamedException("Server Error", "Server refused connection");
                 int result = connect(*socket);
+                connected = result == 0;
                 if (result == 1) {
                     if (++redirects > kMaxRedirects)
                         throw NamedException("Server Error", "Too many redirections");
@@ -413,6 +416,10 @@ void Ripper::startRipping(std::shared_ptr<TCPSocket> socket) {
         }
         if (state_ >= Recording) {
             readStreaming(*socket);
+            finishRecording();
+        } else if (connected && off_) {
+            // Stopped just as streaming began: what came is kept all the same.
+            keepArrived(*socket);
             finishRecording();
         } else {
             --errorCount_;
@@ -523,20 +530,37 @@ void Ripper::readStreaming(TCPSocket& socket) {
     while (state_ >= Recording) {
         std::size_t want = bufferSize_;
         if (readScratch_.size() < want) readScratch_.resize(want);
-        std::size_t got = socket.readBytesToBuffer(readScratch_.data(), static_cast<std::int64_t>(want),
-                                                   timing().streamReadTimeout);
-        bytesRead_ += got;
-        {
-            // A short read is the stream's end: what came is still audio to keep.
-            std::lock_guard lock(bufferLock_);
-            demuxer_.append(std::span<const std::uint8_t>(readScratch_.data(), got));
+        std::size_t got = 0;
+        try {
+            got = socket.readBytesToBuffer(readScratch_.data(), static_cast<std::int64_t>(want),
+                                           timing().streamReadTimeout, &got);
+        } catch (const NamedException&) {
+            // What arrived before a time-out or a failure is still audio to
+            // keep, and so is what the socket holds when the user stopped.
+            keepReceived(got);
+            if (off_) keepArrived(socket);
+            throw;
         }
+        keepReceived(got);
         if (got != want) {
+            // A short read is the stream's end (or the user's stop).
             if (!off_) setEnd(EndReason::ServerEnded, "");
             throw NamedException("Stream lost sync", "Stream lost sync");
         }
         dataLoaderTimer();
     }
+    // Stopped between two reads: what the socket already holds is kept too.
+    keepArrived(socket);
+}
+
+void Ripper::keepArrived(TCPSocket& socket) {
+    while (std::size_t got = socket.readArrived(readScratch_.data(), readScratch_.size())) keepReceived(got);
+}
+
+void Ripper::keepReceived(std::size_t count) {
+    bytesRead_ += count;
+    std::lock_guard lock(bufferLock_);
+    demuxer_.append(std::span<const std::uint8_t>(readScratch_.data(), count));
 }
 
 void Ripper::raisePendingDiskError() {

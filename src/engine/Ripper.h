@@ -125,6 +125,10 @@ private:
     int connect(TCPSocket& socket);
     void dataLoaderTimer();
     void readStreaming(TCPSocket& socket);
+    // Counts the first `count` bytes of the read scratch and hands them to the demuxer.
+    void keepReceived(std::size_t count);
+    // Keeps whatever the socket has received and not yet given out.
+    void keepArrived(TCPSocket& socket);
     void setState(int state);
     void setValues(unsigned bufferSize, bool meta, int state, unsigned bitrate);
     std::string logHeader() const;
@@ -155,7 +159,10 @@ private:
     static std::string trackNumber(const std::string& text);
     void createFolderHierarchy();
     std::string parentFolderIfIncomplete(const std::string& path);
-    void setupFile(bool write);
+    // Opens the current track's file (or the null device) for the writer.
+    // `mayResume`: the connection's own last file of that name is appended to
+    // rather than a new one made (a resumed title, recording switched back on).
+    void setupFile(bool write, bool mayResume);
     void finishCurrentFile(std::string& finishedPath);
     std::string incompleteFolderName() const;
     void setCurrentTrack(const std::string& track);
@@ -229,6 +236,8 @@ private:
     // same title, or recording switched on again, appends to it.
     std::string resumePath_;  // under infoMutex_
     std::string resumeBase_;  // under infoMutex_
+    // No file opened yet since the last (re)connect: the first may resume.
+    std::atomic<bool> firstFileOfRun_{true};
 };
 
 }  // namespace quillon

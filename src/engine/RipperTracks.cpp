@@ -166,7 +166,7 @@ void Ripper::setFileName(const std::string& newTitle) {
         filename_ = path;
     }
     if (currentItem_ && !currentItem_->skipped()) currentItem_->setPath(path);
-    setupFile(true);
+    setupFile(true, firstFileOfRun_.exchange(false));
 }
 
 void Ripper::setNoNameFile() {
@@ -204,7 +204,7 @@ void Ripper::setNoNameFile() {
         filename_ = path;
     }
     if (currentItem_) currentItem_->setPath(path);
-    setupFile(true);
+    setupFile(true, firstFileOfRun_.exchange(false));
     std::weak_ptr<bool> alive = alive_;
     MainLoop::main().addTimer(timing().libraryHandOffDelay, [this, alive, path = filename()] {
         if (auto a = alive.lock(); a && *a) handToLibrary(path);
@@ -244,7 +244,7 @@ void Ripper::createFolderHierarchy() {
     downloadPath_ = path;
 }
 
-void Ripper::setupFile(bool write) {
+void Ripper::setupFile(bool write, bool mayResume) {
     bool skipped = currentItem_ && currentItem_->skipped();
     FileHandle file;
     if (write && !skipped) {
@@ -260,7 +260,7 @@ void Ripper::setupFile(bool write) {
         // (after a reconnect, or when recording is switched on again); any
         // other name that is taken gets the next free numbered name.
         TrackFile::Opened opened;
-        if (!resumePath.empty() && (path == resumeBase || path == resumePath))
+        if (mayResume && !resumePath.empty() && (path == resumeBase || path == resumePath))
             opened = TrackFile::openForAppending(resumePath);
         const bool resumed = opened.file.isOpen();
         if (!resumed) opened = TrackFile::createUnique(path);

@@ -110,7 +110,18 @@ void TCPSocket::writeBytes(const void* bytes, std::int32_t length, double timeou
     }
 }
 
-std::size_t TCPSocket::readBytesToBuffer(void* buffer, std::int64_t length, double timeout) {
+std::size_t TCPSocket::readArrived(void* buffer, std::size_t length) {
+    if (fd() < 0 || length == 0) return 0;
+    while (true) {
+        const ssize_t got = ::recv(fd(), buffer, length, MSG_DONTWAIT);
+        if (got >= 0) return static_cast<std::size_t>(got);
+        if (errno != EINTR) return 0;
+    }
+}
+
+std::size_t TCPSocket::readBytesToBuffer(void* buffer, std::int64_t length, double timeout,
+                                         std::size_t* received) {
+    if (received) *received = 0;
     if (length < 1) return 0;
     auto* out = static_cast<std::uint8_t*>(buffer);
     auto wanted = static_cast<std::size_t>(length);
@@ -122,6 +133,7 @@ std::size_t TCPSocket::readBytesToBuffer(void* buffer, std::int64_t length, doub
             ssize_t got = ::recv(fd(), out + done, wanted - done, MSG_DONTWAIT);
             if (got > 0) {
                 done += static_cast<std::size_t>(got);
+                if (received) *received = done;
                 continue;
             }
             if (got == 0) return done;
@@ -144,6 +156,7 @@ std::size_t TCPSocket::readBytesToBuffer(void* buffer, std::int64_t length, doub
                 throw withErrno("TCP Read Error");
             }
             done += static_cast<std::size_t>(got);
+            if (received) *received = done;
         } else if (revents & kTrouble) {
             throw withErrno("TCP read error");
         }

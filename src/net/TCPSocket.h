@@ -46,8 +46,14 @@ public:
     // reader once per call rather than once per packet; a wait that times out
     // with some bytes arrived takes them and goes on.
     void writeBytes(const void* bytes, std::int32_t length, double timeout);
-    // Returns the count read: short when the peer ends the stream.
-    std::size_t readBytesToBuffer(void* buffer, std::int64_t length, double timeout);
+    // Returns the count read: short when the peer ends the stream. When it
+    // raises (a time-out, a read error), `received`, if given, holds the count
+    // that did arrive in the buffer before the failure.
+    std::size_t readBytesToBuffer(void* buffer, std::int64_t length, double timeout,
+                                  std::size_t* received = nullptr);
+    // What has arrived, up to `length` bytes, without waiting; 0 when nothing
+    // has, at the stream's end, or on a failure.
+    std::size_t readArrived(void* buffer, std::size_t length);
     // Up to `length` bytes; shorter when the peer ends the stream.
     Bytes readData(std::size_t length, double timeout);
     // Reads up to and including the delimiter, at most `max` bytes. A result of
