@@ -69,6 +69,12 @@ public:
     void setSortArtists(bool on) { setBool(on, "sortArtists"); }
     bool trackNum() const { return boolForKey("trackNum"); }
     void setTrackNum(bool on) { setBool(on, "trackNum"); }
+    // The record offsets the track writer can honour, in seconds: its delay
+    // line holds 30 s, so a cut cannot move further back, and a cut further
+    // ahead would keep more than its 60 s capacity in memory at every title.
+    // The setter stores any value; editors offer this range.
+    static constexpr int kMinRecOffset = -30;
+    static constexpr int kMaxRecOffset = 30;
     // Stored as decimal text; read back as the integer value of what is stored.
     int recOffset() const { return intForKey("recOffset"); }
     void setRecOffset(int offset) { setString(std::to_string(offset), "recOffset"); }
