@@ -1,6 +1,10 @@
 #include "cli/LocationBookmark.h"
 
+#include <cerrno>
+#include <cstring>
+
 #include "cli/Command.h"
+#include "platform/AtomicFile.h"
 #include "platform/Home.h"
 #include "platform/TextUtil.h"
 #include "platform/Timing.h"
@@ -59,6 +63,35 @@ bool usable(const Bookmark& b) {
     return !b.host().value_or("").empty() && intValue(b.port().value_or("")) > 0;
 }
 
+// A location that begins with "http" must be a URL the fetch can use: an
+// http(s) scheme, a host, and a port from 1 to 65535 when one is written.
+void checkUrl(const std::string& location) {
+    auto url = Url::parse(location);
+    bool ok = url && url->scheme && url->host && !url->host->empty();
+    if (ok) {
+        std::string scheme = toLowerAscii(*url->scheme);
+        ok = scheme == "http" || scheme == "https";
+    }
+    if (ok) {
+        // The parser leaves out a port that is not a number; a written one counts.
+        std::string_view authority = std::string_view(location).substr(location.find("://") + 3);
+        authority = authority.substr(0, authority.find_first_of("/?#"));
+        authority = authority.substr(authority.rfind('@') + 1);
+        std::size_t close = !authority.empty() && authority[0] == '[' ? authority.find(']') : 0;
+        bool written = authority.find(':', close) != std::string_view::npos;
+        ok = !written || (url->port && *url->port >= 1 && *url->port <= 65535);
+    }
+    if (!ok) throw UsageError("not a stream or playlist URL: " + location);
+}
+
+// A saved bookmark that can be recorded.
+std::shared_ptr<Bookmark> savedBookmark(const std::string& file) {
+    auto b = Bookmark::bookmark();
+    if (!b->loadFromFile(file)) throw UsageError("not a bookmark file: " + file);
+    if (!usable(*b)) throw UsageError("the bookmark " + file + " has no stream address (host and port)");
+    return b;
+}
+
 bool looksLikePlaylist(const std::string& path) {
     std::string lower = toLowerAscii(path);
     for (const char* ext : {".pls", ".m3u", ".m3u8", ".asx", ".xspf"})
@@ -72,9 +105,16 @@ std::shared_ptr<Bookmark> bookmarkFromLocation(const std::string& location, cons
                                                std::string& failure) {
     if (location.empty()) throw UsageError("the location is empty");
     bool remote = location.substr(0, 4) == "http";
-    if (!remote && !isFolder(location) && !fileExists(location))
-        throw UsageError("no such file: " + location);
-    if (!remote && isFolder(location)) throw UsageError("not a playlist file: " + location);
+    if (remote) {
+        checkUrl(location);
+    } else {
+        if (!fileExists(location)) throw UsageError("no such file: " + location);
+        if (isFolder(location)) throw UsageError("not a playlist file: " + location);
+        errno = 0;
+        if (!readWholeFile(location)) {
+            throw UsageError("cannot read " + location + ": " + std::strerror(errno ? errno : EIO));
+        }
+    }
 
     // Enough for the fetch and one redirect probe, each with its own time-out.
     double limit = 2 * timing().redirectTimeout + 5;
@@ -89,6 +129,8 @@ std::shared_ptr<Bookmark> bookmarkFromLocation(const std::string& location, cons
         bookmark = bookmarkFromStreamLocation(location, *outcome.httpHeader);
     }
     if (!bookmark) {
+        // A file is what the user typed; a fetched page is what a server sent.
+        if (!remote) throw UsageError("no stream address in " + location);
         failure = outcome.failure.value_or("no stream found");
         return nullptr;
     }
@@ -100,28 +142,17 @@ std::shared_ptr<Bookmark> bookmarkFromLocation(const std::string& location, cons
 }
 
 std::shared_ptr<Bookmark> bookmarkFromArgument(const std::string& argument, std::string& failure) {
-    auto loaded = [](const std::string& file) -> std::shared_ptr<Bookmark> {
-        auto b = Bookmark::bookmark();
-        return b->loadFromFile(file) ? b : nullptr;
-    };
+    const bool remote = argument.substr(0, 4) == "http";
+    if (remote) checkUrl(argument);
     const std::string extension = std::string(".") + Bookmark::kFileExtension;
-    if (endsWith(argument, extension) && fileExists(argument)) {
-        if (auto b = loaded(argument)) return b;
-        failure = "not a bookmark file: " + argument;
-        return nullptr;
-    }
-    if (argument.substr(0, 4) != "http" && !fileExists(argument)) {
+    if (endsWith(argument, extension) && fileExists(argument)) return savedBookmark(argument);
+    if (!remote && !fileExists(argument)) {
         if (auto folder = BookmarkFolder::folder()) {
             std::string name = endsWith(argument, extension)
                                    ? argument.substr(0, argument.size() - extension.size())
                                    : argument;
             if (name.find("..") == std::string::npos) {
-                std::string file = BookmarkFolder::pathForName(*folder, name);
-                if (fileExists(file)) {
-                    if (auto b = loaded(file)) return b;
-                    failure = "not a bookmark file: " + file;
-                    return nullptr;
-                }
+                if (auto file = BookmarkFolder::fileForName(*folder, name)) return savedBookmark(*file);
             }
         }
         throw UsageError("no bookmark, URL or playlist file named \"" + argument + "\"");

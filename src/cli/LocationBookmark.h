@@ -11,14 +11,16 @@ namespace quillon {
 class Bookmark;
 
 // A bookmark for a location, named `name` when that is not empty, else by what
-// the location gives. Nothing, with the reason in `failure`, when no stream can
-// be found. Throws UsageError for an empty location or a missing local file.
+// the location gives. Nothing, with the reason in `failure`, when the server
+// gives no stream. Throws UsageError for bad input: an empty location, a
+// malformed URL, a local file that is missing, unreadable or names no stream.
 std::shared_ptr<Bookmark> bookmarkFromLocation(const std::string& location, const std::string& name,
                                                std::string& failure);
 
-// A saved bookmark's file path or name (as `quillon bookmark list` shows it),
-// a stream URL taken as it stands (named after its host), else a playlist
-// location as above.
+// A saved bookmark's file path or name (as `quillon bookmark list` shows it,
+// or as it was given), a stream URL taken as it stands (named after its host),
+// else a playlist location as above. Throws UsageError as above, and for a
+// name that matches nothing or a bookmark file without a stream address.
 std::shared_ptr<Bookmark> bookmarkFromArgument(const std::string& argument, std::string& failure);
 
 }  // namespace quillon

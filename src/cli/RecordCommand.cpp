@@ -98,7 +98,8 @@ void addRecordCommand(CLI::App& app, CommandRunner& runner) {
     cmd->footer(
         "Shows one status line per connection and each connection's relay address. Stops on Ctrl-C,\n"
         "after --for, or when every connection has stopped for good. Exits 1 when a stream could not\n"
-        "be reached, with the reason.");
+        "be reached, with the reason; exits 2 with a one-line reason on bad input (an unknown bookmark,\n"
+        "a malformed URL, a file that cannot be read or names no stream).");
     cmd->callback([args, &runner] { runner = [args] { return runRecord(*args); }; });
 }
 

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -12,25 +13,58 @@
 
 namespace quillon {
 
-bool writeFileAtomically(const std::string& path, std::span<const std::uint8_t> bytes) {
+namespace {
+
+// Writes the bytes to a new temporary file beside `path`, synced; its name, or
+// nothing when that fails (the temporary file is then gone).
+std::optional<std::string> writeTemporaryBeside(const std::string& path,
+                                                std::span<const std::uint8_t> bytes) {
     std::filesystem::path target(path);
     std::string folder = target.parent_path().string();
     if (folder.empty()) folder = ".";
     std::string temp = folder + "/." + target.filename().string() + ".XXXXXX";
     int fd = ::mkstemp(temp.data());
-    if (fd < 0) return false;
+    if (fd < 0) return std::nullopt;
     FileHandle file(fd);
     ::fchmod(file.fd(), 0644);
     if (!file.writeAll(bytes) || !file.sync()) {
         ::unlink(temp.c_str());
-        return false;
+        return std::nullopt;
     }
     file.close();
-    if (::rename(temp.c_str(), path.c_str()) != 0) {
-        ::unlink(temp.c_str());
+    return temp;
+}
+
+// Moves `from` to `to` unless `to` exists; the check is part of the move, so a
+// file that appears in the meantime is never replaced.
+bool renameNoReplace(const std::string& from, const std::string& to) {
+    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
+    if (errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP) return false;
+    // A file system without that flag: a hard link fails just as atomically.
+    if (::link(from.c_str(), to.c_str()) != 0) return false;
+    ::unlink(from.c_str());
+    return true;
+}
+
+}  // namespace
+
+bool writeFileAtomically(const std::string& path, std::span<const std::uint8_t> bytes) {
+    auto temp = writeTemporaryBeside(path, bytes);
+    if (!temp) return false;
+    if (::rename(temp->c_str(), path.c_str()) != 0) {
+        ::unlink(temp->c_str());
         return false;
     }
     return true;
+}
+
+WriteResult writeNewFileAtomically(const std::string& path, std::span<const std::uint8_t> bytes) {
+    auto temp = writeTemporaryBeside(path, bytes);
+    if (!temp) return WriteResult::Failed;
+    if (renameNoReplace(*temp, path)) return WriteResult::Written;
+    const bool exists = errno == EEXIST;
+    ::unlink(temp->c_str());
+    return exists ? WriteResult::Exists : WriteResult::Failed;
 }
 
 std::optional<Bytes> readWholeFile(const std::string& path) {

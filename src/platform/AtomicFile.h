@@ -11,6 +11,11 @@
 namespace quillon {
 
 bool writeFileAtomically(const std::string& path, std::span<const std::uint8_t> bytes);
+
+enum class WriteResult { Written, Exists, Failed };
+// As writeFileAtomically, but a file already at `path` is never replaced
+// (Exists), not even one that appears while the bytes are written.
+WriteResult writeNewFileAtomically(const std::string& path, std::span<const std::uint8_t> bytes);
 std::optional<Bytes> readWholeFile(const std::string& path);
 
 }  // namespace quillon

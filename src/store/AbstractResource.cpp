@@ -221,6 +221,12 @@ bool AbstractResource::saveToFile(const std::string& path) {
     return writeContainer(path);
 }
 
+WriteResult AbstractResource::saveToNewFile(const std::string& path) const {
+    Bytes bytes = PlistCodec::encodeXml(PlistValue(container()));
+    if (bytes.empty()) return WriteResult::Failed;
+    return writeNewFileAtomically(path, bytes);
+}
+
 bool AbstractResource::loadFromFile() {
     auto dict = PlistCodec::readDictionaryFile(filePath_);
     if (!dict) return false;

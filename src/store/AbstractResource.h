@@ -22,6 +22,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/AtomicFile.h"
 #include "platform/ByteBuffer.h"
 #include "platform/PlistCodec.h"
 #include "platform/PlistValue.h"
@@ -139,6 +140,9 @@ public:
     virtual bool saveToFile();
     // Records the path, then writes exactly there. Leaves needsSave alone.
     virtual bool saveToFile(const std::string& path);
+    // Writes exactly there like saveToFile(path), but never over a file that is
+    // already there. The recorded path is left as it is.
+    WriteResult saveToNewFile(const std::string& path) const;
     // Replaces the dictionary by the file's (a dictionary root only) and clears
     // needsSave; on failure nothing changes.
     virtual bool loadFromFile();

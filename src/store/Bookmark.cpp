@@ -13,21 +13,17 @@ namespace quillon {
 
 namespace {
 
-// Whether U+FF00 + byte is a Unicode letter, mark or digit, for the bytes
-// 0x80-0xFF that a sign-extended 8-bit character turns into. That block holds
-// the halfwidth katakana and hangul letters, then symbols and specials.
-bool isAlphanumericHighByte(unsigned byte) {
-    return (byte >= 0x80 && byte <= 0xBE) || (byte >= 0xC2 && byte <= 0xC7) ||
-           (byte >= 0xCA && byte <= 0xCF) || (byte >= 0xD2 && byte <= 0xD7) || (byte >= 0xDA && byte <= 0xDC);
-}
-
-bool keepsCharacter(char32_t unit) {
-    // The character's 8-bit (Latin-1) form; characters beyond it convert to "?".
-    unsigned byte = unit <= 0xFF ? static_cast<unsigned>(unit) : '?';
-    if (byte < 0x80) {
-        return (byte >= '0' && byte <= '9') || (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z');
-    }
-    return isAlphanumericHighByte(byte);
+// Whether a character is a letter, mark or digit of its 8-bit (Latin-1) form.
+// Deliberate: a Latin-1 character is tested as itself, not through its first
+// byte sign-extended into U+FF80-U+FFFF. That reading blanked "é" and "Ç" but
+// kept "«" and the no-break space, so "Café Jazz" could not keep its name.
+// Characters beyond Latin-1 have no 8-bit form and are never kept.
+bool keepsCharacter(char32_t c) {
+    if (c < 0x80) return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+    if (c > 0xFF) return false;
+    // ª ² ³ µ ¹ º ¼ ½ ¾, then the letters from À to ÿ except × and ÷.
+    return c == 0xAA || c == 0xB2 || c == 0xB3 || c == 0xB5 || c == 0xB9 || c == 0xBA ||
+           (c >= 0xBC && c <= 0xBE) || (c >= 0xC0 && c != 0xD7 && c != 0xF7);
 }
 
 std::string_view asView(std::span<const std::uint8_t> data) { return asText(data); }
@@ -86,6 +82,14 @@ std::string Bookmark::checkName(std::optional<std::string_view> name) {
         }
     }
     return out;
+}
+
+bool Bookmark::isLatin1(std::string_view text) {
+    std::size_t pos = 0;
+    while (pos < text.size()) {
+        if (decodeUtf8(text, pos) > 0xFF) return false;
+    }
+    return true;
 }
 
 std::optional<std::string> Bookmark::name() const { return stringForKey("name"); }

@@ -29,11 +29,13 @@ public:
     static std::shared_ptr<Bookmark> bookmark() { return resource<Bookmark>(); }
 
     // The sanitised form of a proposed name, of the same length (in UTF-16
-    // units): each character whose 8-bit form (Latin-1; others become "?"),
-    // first byte sign-extended and read as a code point, is not a Unicode
-    // letter, mark or digit turns into a space. For ASCII this keeps letters
-    // and digits only.
+    // units): each character that is not a letter, mark or digit of Latin-1
+    // (the 8-bit encoding of names) turns into a space, and so does every
+    // character beyond Latin-1. For ASCII this keeps letters and digits only.
     static std::string checkName(std::optional<std::string_view> name);
+    // Whether every character of the UTF-8 text lies within Latin-1
+    // (U+0000-U+00FF), so that checkName can keep it.
+    static bool isLatin1(std::string_view text);
 
     std::optional<std::string> name() const override;
     // Stores checkName(name); a missing name stores the empty string.
@@ -67,6 +69,12 @@ public:
     void setSortArtists(bool on) { setBool(on, "sortArtists"); }
     bool trackNum() const { return boolForKey("trackNum"); }
     void setTrackNum(bool on) { setBool(on, "trackNum"); }
+    // The record offsets the track writer can honour, in seconds: its delay
+    // line holds 30 s, so a cut cannot move further back, and a cut further
+    // ahead would keep more than its 60 s capacity in memory at every title.
+    // The setter stores any value; editors offer this range.
+    static constexpr int kMinRecOffset = -30;
+    static constexpr int kMaxRecOffset = 30;
     // Stored as decimal text; read back as the integer value of what is stored.
     int recOffset() const { return intForKey("recOffset"); }
     void setRecOffset(int offset) { setString(std::to_string(offset), "recOffset"); }

@@ -53,4 +53,13 @@ std::string BookmarkFolder::pathForName(const std::string& folder, const std::st
     return joinPath(folder, name) + "." + Bookmark::kFileExtension;
 }
 
+std::optional<std::string> BookmarkFolder::fileForName(const std::string& folder, const std::string& name) {
+    std::error_code ec;
+    for (const std::string& candidate : {name, Bookmark::checkName(name)}) {
+        std::string file = pathForName(folder, candidate);
+        if (fs::is_regular_file(file, ec)) return file;
+    }
+    return std::nullopt;
+}
+
 }  // namespace quillon

@@ -31,6 +31,10 @@ public:
     static std::vector<std::string> bookmarkNames(const std::string& folder);
     // folder/name.qlnbk for a relative name as listed by bookmarkNames.
     static std::string pathForName(const std::string& folder, const std::string& name);
+    // The file of the bookmark that `name` means: the entry as listed, else
+    // the file a bookmark gets when given that name (whose characters other
+    // than letters and digits became spaces). Nothing when neither exists.
+    static std::optional<std::string> fileForName(const std::string& folder, const std::string& name);
 };
 
 }  // namespace quillon

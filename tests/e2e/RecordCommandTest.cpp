@@ -108,12 +108,37 @@ TEST(RecordCommandTest, ARefusedStreamExitsWithItsReason) {
     EXPECT_NE(run.output.find("Cannot connect to server"), std::string::npos) << run.output;
 }
 
-TEST(RecordCommandTest, BadInputIsRefusedWithOneLine) {
-    const std::vector<std::vector<std::string>> cases = {
-        {"http://127.0.0.1:9/x", "--for", "soon"},
-        {"no-such-bookmark-or-file"},
-        {},
+// A bookmark is found by the name it was given, cleaned or not: Latin-1
+// letters stay as they are.
+TEST(RecordCommandTest, RecordsABookmarkByTheNameItWasGiven) {
+    StationProcess station({"--payload", "counter", "--metaint", "8000", "--title-every", "16000"});
+    ASSERT_FALSE(station.url().empty());
+    struct Case {
+        std::string given, saved;
     };
+    const Case cases[] = {{"Café Jazz", "Café Jazz"}, {"Rock/Pop", "Rock Pop"}};
+    for (const Case& c : cases) {
+        auto added = runProcess({QUILLON_BINARY, "bookmark", "add", station.url(), "--name", c.given});
+        ASSERT_EQ(added.status, 0) << added.err;
+        fs::path folder = homePath("rec-named-" + c.saved);
+        CommandRun run = record({c.given, "--to", folder.string(), "--for", "2s", "-q"});
+        EXPECT_EQ(run.status, 0) << run.output;
+        EXPECT_NE(run.output.find("Recording " + c.saved + " (127.0.0.1:"), std::string::npos) << run.output;
+        EXPECT_FALSE(mp3Files(folder).empty()) << c.given;
+    }
+}
+
+TEST(RecordCommandTest, BadInputIsRefusedWithOneLine) {
+    writeText(homePath("broken.qlnbk"), "not a property list");
+    writeText(homePath("hostless.qlnbk"),
+              "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict><key>name</key>"
+              "<string>Hostless</string></dict></plist>\n");
+    const std::vector<std::vector<std::string>> cases = {{"http://127.0.0.1:9/x", "--for", "soon"},
+                                                         {"no-such-bookmark-or-file"},
+                                                         {},
+                                                         {"http://127.0.0.1:99999/"},
+                                                         {homePath("broken.qlnbk")},
+                                                         {homePath("hostless.qlnbk")}};
     for (const auto& args : cases) {
         CommandRun run = record(args);
         EXPECT_EQ(run.status, 2) << run.output;

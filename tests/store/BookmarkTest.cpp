@@ -35,19 +35,21 @@ TEST(Bookmark, CheckNameKeepsOnlyLettersAndDigits) {
         {"", ""},
         {"Line\r\nEnd", "Line  End"},
         {"  99 FM ", "  99 FM "},
-        // Latin-1 characters go through their sign-extended byte: U+00C7
-        // becomes U+FFC7, a halfwidth hangul letter (kept); U+00E9 becomes
-        // U+FFE9, an arrow (blanked).
-        {"\xC3\x87"
-         "a va",
-         "\xC3\x87"
-         "a va"},
-        {"Caf\xC3\xA9", "Caf "},
-        {"\xC2\x80x", "\xC2\x80x"},  // U+0080 -> U+FF80, a katakana letter
-        {"\xC3\x80", " "},           // U+00C0 -> U+FFC0, unassigned
+        // Latin-1 letters and digits are kept as they are, its other
+        // characters blanked: é, Ç, À, µ, ² stay; «, ×, the no-break space and
+        // the control U+0080 go.
+        {"Caf\xC3\xA9 \xC3\x87"
+         "a \xC3\x80 \xC2\xB5\xC2\xB2",
+         "Caf\xC3\xA9 \xC3\x87"
+         "a \xC3\x80 \xC2\xB5\xC2\xB2"},
+        {"\xC2\xAB"
+         "a\xC3\x97"
+         "b\xC2\xA0\xC2\x80",
+         " a b  "},
         {"\xC5\x82\xC3\xB3"
          "d\xC5\xBA",
-         "  d "},                              // beyond Latin-1: "?" -> blank
+         " \xC3\xB3"
+         "d "},                                // beyond Latin-1: blank
         {"\xF0\x9F\x8E\xB5 Hits", "   Hits"},  // one emoji is two UTF-16 units
     };
     for (const Case& c : cases) {

@@ -1,8 +1,10 @@
 // `quillon bookmark` and `quillon prefs`, run as a user would, each with a
 // fresh home folder.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
+#include <nlohmann/json.hpp>
 
 #include "StoreTestSupport.h"
 #include "platform/PlistCodec.h"
@@ -23,6 +25,17 @@ protected:
     }
     std::string bookmarkFile(const std::string& name) const {
         return home_.file("Documents/QLN Bookmarks/" + name + ".qlnbk");
+    }
+    // A playlist file for `bookmark add`.
+    std::string playlist(const std::string& title = "Jazz") const {
+        std::string file = home_.file(title + ".pls");
+        test::writeText(file, "[playlist]\nFile1=http://streamhost:8000/\nTitle1=" + title + "\n");
+        return file;
+    }
+    nlohmann::json shown(const std::string& name) {
+        auto show = quillon({"bookmark", "show", name, "--json"});
+        EXPECT_EQ(show.status, 0) << show.err;
+        return nlohmann::json::parse(show.out, nullptr, false);
     }
     ScopedHome home_;
 };
@@ -47,7 +60,7 @@ TEST_F(CommandLine, BookmarkLifeCycleFromAPlaylistFile) {
     EXPECT_NE(show.out.find("\"separator\": \" - \""), std::string::npos);
 
     // Adding it again needs --force; --name picks another file.
-    EXPECT_EQ(quillon({"bookmark", "add", home_.file("jazz.pls")}).status, 1);
+    EXPECT_EQ(quillon({"bookmark", "add", home_.file("jazz.pls")}).status, 2);
     EXPECT_EQ(quillon({"bookmark", "add", home_.file("jazz.pls"), "--force"}).status, 0);
     auto renamed = quillon({"bookmark", "add", home_.file("jazz.pls"), "--name", "Late:Night"});
     EXPECT_EQ(renamed.out, bookmarkFile("Late Night") + "\n");
@@ -55,8 +68,8 @@ TEST_F(CommandLine, BookmarkLifeCycleFromAPlaylistFile) {
     auto removed = quillon({"bookmark", "rm", "Jazz Radio"});
     EXPECT_EQ(removed.status, 0);
     EXPECT_FALSE(std::filesystem::exists(bookmarkFile("Jazz Radio")));
-    EXPECT_EQ(quillon({"bookmark", "rm", "Jazz Radio"}).status, 1);
-    EXPECT_EQ(quillon({"bookmark", "show", "Jazz Radio"}).status, 1);
+    EXPECT_EQ(quillon({"bookmark", "rm", "Jazz Radio"}).status, 2);
+    EXPECT_EQ(quillon({"bookmark", "show", "Jazz Radio"}).status, 2);
     EXPECT_EQ(quillon({"bookmark", "list", "--json"}).out.find("Late Night") != std::string::npos, true);
 }
 
@@ -84,28 +97,118 @@ TEST_F(CommandLine, BookmarkFromAnHttpStreamOrNot) {
     EXPECT_EQ(BookmarkFolder::bookmarkNames(home_.file("Documents/QLN Bookmarks")).size(), 1u);
 }
 
-TEST_F(CommandLine, BookmarkBadInput) {
+// Each edit changes one setting: the saved bookmark shows that change and
+// nothing else, and edit prints what show prints. add takes the same flags.
+TEST_F(CommandLine, EveryRecordingOptionRoundTripsThroughEdit) {
+    ASSERT_EQ(quillon({"bookmark", "add", playlist()}).status, 0);
+    nlohmann::json expected = shown("Jazz");
     struct Case {
-        std::vector<std::string> args;
-        int status;
+        std::vector<std::string> flags;
+        const char* key;
+        nlohmann::json value;
     };
+    // clang-format off
     const Case cases[] = {
-        {{"bookmark", "add", "/no/such/file.pls"}, 2},
-        {{"bookmark", "add", ""}, 2},
-        {{"bookmark", "show", "../escape"}, 2},
-        {{"bookmark", "rm", "/etc/passwd"}, 2},
-        {{"bookmark"}, 2},
-        {{"bookmark", "add"}, 2},
+        {{"--track-numbers"}, "trackNum", true},     {{"--no-track-numbers"}, "trackNum", false},
+        {{"--artist-folders"}, "sortArtists", true}, {{"--no-artist-folders"}, "sortArtists", false},
+        {{"--clean"}, "clean", true},                {{"--no-clean"}, "clean", false},
+        {{"--no-split"}, "noSplit", true},           {{"--split"}, "noSplit", false},
+        {{"--separator= / "}, "separator", " / "},   {{"--separator", ""}, "separator", ""},
+        {{"--genre=Bebop"}, "genre", "Bebop"},       {{"--offset", "-30"}, "recOffset", -30},
+        {{"--offset=+30"}, "recOffset", 30},         {{"--name", "Café/Jazz"}, "name", "Café Jazz"},
     };
+    // clang-format on
+    std::string name = "Jazz";
     for (const Case& c : cases) {
-        auto result = quillon(c.args);
-        EXPECT_EQ(result.status, c.status) << c.args.back();
-        EXPECT_FALSE(result.err.empty());
+        std::vector<std::string> args = {"bookmark", "edit", name, "--json"};
+        args.insert(args.end(), c.flags.begin(), c.flags.end());
+        auto edited = quillon(args);
+        ASSERT_EQ(edited.status, 0) << c.flags[0] << ": " << edited.err;
+        expected[c.key] = c.value;
+        name = expected["name"];
+        expected["file"] = bookmarkFile(name);
+        EXPECT_EQ(shown(name), expected) << c.flags[0];
+        EXPECT_EQ(nlohmann::json::parse(edited.out, nullptr, false), expected) << c.flags[0];
     }
+    EXPECT_FALSE(std::filesystem::exists(bookmarkFile("Jazz")));
+    EXPECT_EQ(shown("Café/Jazz"), expected);  // found by the name as given, too
+    // No flags: nothing is written (a save makes a new file: a new inode).
+    auto inode = [&] {
+        struct stat st {};
+        return ::stat(bookmarkFile(name).c_str(), &st) == 0 ? st.st_ino : 0;
+    };
+    const auto before = inode();
+    EXPECT_EQ(nlohmann::json::parse(quillon({"bookmark", "edit", name, "--json"}).out, nullptr, false),
+              expected);
+    EXPECT_EQ(inode(), before);
+
+    auto added =
+        quillon({"bookmark", "add", playlist("Blues"), "--no-split", "--offset", "-7", "--genre", "Delta"});
+    ASSERT_EQ(added.status, 0) << added.err;
+    auto blues = shown("Blues");
+    EXPECT_EQ(blues["noSplit"], true);
+    EXPECT_EQ(blues["recOffset"], -7);
+    EXPECT_EQ(blues["genre"], "Delta");
+}
+
+TEST_F(CommandLine, RenamingOntoAnotherBookmarkNeedsForce) {
+    ASSERT_EQ(quillon({"bookmark", "add", playlist("Jazz")}).status, 0);
+    ASSERT_EQ(quillon({"bookmark", "add", playlist("Blues"), "--genre", "Blues"}).status, 0);
+    EXPECT_EQ(quillon({"bookmark", "edit", "Jazz", "--name", "Blues"}).status, 2);
+    EXPECT_EQ(shown("Blues")["genre"], "Blues");
+    ASSERT_EQ(quillon({"bookmark", "edit", "Jazz", "--name", "Blues", "--force"}).status, 0);
+    EXPECT_EQ(shown("Blues")["genre"], "-");
+    EXPECT_EQ(BookmarkFolder::bookmarkNames(home_.file("Documents/QLN Bookmarks")),
+              std::vector<std::string>{"Blues"});
+}
+
+// Bad input on any command line: status 2 and exactly one line on stderr.
+TEST_F(CommandLine, BadInputExitsTwoWithOneLine) {
+    ASSERT_EQ(quillon({"bookmark", "add", playlist("Jazz")}).status, 0);
     test::writeText(home_.file("empty.pls"), "[playlist]\nNumberOfEntries=0\n");
-    auto nothing = quillon({"bookmark", "add", home_.file("empty.pls")});
-    EXPECT_EQ(nothing.status, 1);
-    EXPECT_NE(nothing.err.find("No stream location found"), std::string::npos);
+    test::writeText(bookmarkFile("Broken"), "not a property list");
+    const std::string pls = playlist("Blues");
+    const std::vector<std::vector<std::string>> cases = {
+        {"bookmark", "add", "/no/such/file.pls"},
+        {"bookmark", "add", ""},
+        {"bookmark", "add", home_.file("empty.pls")},
+        {"bookmark", "add", "/proc/self/mem"},  // opens, but reading fails even for root
+        {"bookmark", "add", "http://"},
+        {"bookmark", "add", "http://host:99999/"},
+        {"bookmark", "add", playlist("Jazz")},  // exists already
+        {"bookmark", "add", pls, "--offset", "31"},
+        {"bookmark", "add", pls, "--offset", "1.5"},
+        {"bookmark", "add", pls, "--clean", "--no-clean"},
+        {"bookmark", "add", pls, "--name", "-/-"},
+        {"bookmark", "add", pls, "--name", "Радио"},
+        {"bookmark", "edit", "Jazz", "--name", "Jazz \xF0\x9F\x8E\xB5"},
+        {"bookmark", "edit", "Jazz", "--offset", "-31"},
+        {"bookmark", "edit", "Nothing", "--clean"},
+        {"bookmark", "edit", "Broken", "--clean"},
+        {"bookmark", "show", "Nothing"},
+        {"bookmark", "show", "../escape"},
+        {"bookmark", "rm", "Nothing"},
+        {"bookmark", "rm", "/etc/passwd"},
+        {"bookmark"},
+        {"prefs", "set", "reconnect", "maybe"},
+        {"prefs", "set", "relayPort", "abc"},
+        {"prefs", "set", "chunkSize", "-1"},
+        {"prefs", "get"},
+        {"history", "list", "--day", "yesterday"}};
+    for (const auto& args : cases) {
+        auto result = quillon(args);
+        std::string shownArgs;
+        for (const auto& a : args) shownArgs += " " + a;
+        EXPECT_EQ(result.status, 2) << shownArgs << ": " << result.err;
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1)
+            << shownArgs << ": " << result.err;
+        EXPECT_EQ(result.err.rfind("quillon: ", 0), 0u) << shownArgs << ": " << result.err;
+    }
+    EXPECT_EQ(quillon({"bookmark", "add", pls, "--name", "Радио"}).err,
+              "quillon: bookmark names are limited to Latin-1 characters: \"Радио\"\n");
+    EXPECT_EQ(BookmarkFolder::bookmarkNames(home_.file("Documents/QLN Bookmarks")),
+              (std::vector<std::string>{"Broken", "Jazz"}));
+    EXPECT_EQ(shown("Jazz")["recOffset"], 0);
 }
 
 TEST_F(CommandLine, PrefsGetSetList) {
@@ -128,13 +231,7 @@ TEST_F(CommandLine, PrefsGetSetList) {
     EXPECT_EQ(quillon({"prefs", "set", "log", "NO"}).status, 0);
     EXPECT_EQ(quillon({"prefs", "get", "skip"}).out, "NO\n");
 
-    for (const auto& args : std::vector<std::vector<std::string>>{{"prefs", "set", "reconnect", "maybe"},
-                                                                  {"prefs", "set", "relayPort", "abc"},
-                                                                  {"prefs", "set", "relayPort", "70000"},
-                                                                  {"prefs", "set", "chunkSize", "-1"},
-                                                                  {"prefs", "get"}}) {
-        EXPECT_EQ(quillon(args).status, 2) << args.back();
-    }
+    EXPECT_EQ(quillon({"prefs", "set", "relayPort", "70000"}).status, 2);
     EXPECT_EQ(quillon({"prefs", "get", "relayPort"}).out, "9100\n");
 
     EXPECT_EQ(quillon({"prefs", "set", "_genres", "Jazz, Blues ,Rock"}).status, 0);
