@@ -185,7 +185,7 @@ std::size_t Socket::readUntilDone(void* buffer, std::size_t length, bool closeAt
     return done;
 }
 
-bool Socket::listenOnPort(std::uint16_t port) {
+bool Socket::listenOnPort(std::uint16_t port, Interfaces interfaces) {
     try {
         if (fd() < 0) throw NamedException("TCP Socket : connexion error", "bad descriptor");
         if (connected_ || listening_)
@@ -198,7 +198,10 @@ bool Socket::listenOnPort(std::uint16_t port) {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_ANY);
+        // Deliberate: loopback unless asked otherwise, not the any-address,
+        // because a relay meant for this machine's players must not be open to
+        // the whole network.
+        address.sin_addr.s_addr = htonl(interfaces == Interfaces::all ? INADDR_ANY : INADDR_LOOPBACK);
         return serverSocket(address);
     } catch (const NamedException& e) {
         Log::info("TCP Listen error : {}", e.reason());

@@ -71,10 +71,13 @@ public:
     void writeBytes(const void* bytes, std::size_t length);
     virtual std::size_t readBytesToBuffer(void* buffer, std::size_t length);
 
-    // Binds to the any-address on `port` (0 picks a free port, see
-    // listeningPort()) and starts the accept thread; logs and returns false on
-    // failure.
-    bool listenOnPort(std::uint16_t port);
+    // Where a listener accepts connections from.
+    enum class Interfaces { loopback, all };
+
+    // Binds to `port` (0 picks a free port, see listeningPort()) on the loopback
+    // address or on every interface, and starts the accept thread; logs and
+    // returns false on failure.
+    bool listenOnPort(std::uint16_t port, Interfaces interfaces = Interfaces::loopback);
     // Ends the accept thread and closes the listening descriptor.
     void stopListen();
     // Drops clients marked shouldDelete (see the comment in the source about the

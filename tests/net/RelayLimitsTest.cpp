@@ -1,0 +1,141 @@
+// The relay against hostile or careless clients: where it listens and how
+// many players it takes.
+#include <arpa/inet.h>
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "net/BroadcastController.h"
+#include "net/RelayPlaylist.h"
+#include "net/RelayTestSupport.h"
+#include "platform/AtomicFile.h"
+#include "platform/Home.h"
+#include "platform/Log.h"
+#include "support/MainThread.h"
+
+namespace quillon {
+namespace {
+
+using test::RelayClient;
+using test::runUntil;
+using test::ScriptedSource;
+
+// The local address of this process's listening IPv4 socket on `port`, read
+// with getsockname from the descriptor table.
+std::optional<sockaddr_in> listenerAddress(std::uint16_t port) {
+    std::optional<sockaddr_in> found;
+    DIR* dir = ::opendir("/proc/self/fd");
+    if (!dir) return found;
+    while (dirent* entry = ::readdir(dir)) {
+        const int fd = std::atoi(entry->d_name);
+        if (fd <= 2 || fd == ::dirfd(dir)) continue;
+        int listening = 0;
+        socklen_t optionSize = sizeof listening;
+        sockaddr_in address{};
+        socklen_t size = sizeof address;
+        if (::getsockopt(fd, SOL_SOCKET, SO_ACCEPTCONN, &listening, &optionSize) == 0 && listening &&
+            ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) == 0 &&
+            address.sin_family == AF_INET && ntohs(address.sin_port) == port)
+            found = address;
+    }
+    ::closedir(dir);
+    return found;
+}
+
+// Whether a connection to `host` (a loopback address) on `port` is accepted.
+bool reachable(const char* host, std::uint16_t port) {
+    FileHandle fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in a = test::loopback(port);
+    ::inet_pton(AF_INET, host, &a.sin_addr);
+    return ::connect(fd.fd(), reinterpret_cast<sockaddr*>(&a), sizeof a) == 0;
+}
+
+class RelayLimits : public ::testing::Test {
+protected:
+    void SetUp() override {
+        timing().relayCadence = 0.005;
+        timing().acceptWait = 0.2;
+        timing().streamReadTimeout = 5;
+        test::becomeMainThread();
+    }
+    void TearDown() override { test::drainMainLoop(); }
+
+    // Feeds blocks on the main loop (which also hands players over) until the
+    // condition holds.
+    bool feedUntil(BroadcastController& relay, const std::function<bool()>& done) {
+        auto timer = MainLoop::main().addTimer(
+            0.01, [&] { relay.feed(std::make_shared<const Bytes>(Bytes(1000, 7))); }, true);
+        bool ok = runUntil(done, 20);
+        MainLoop::main().cancelTimer(timer);
+        return ok;
+    }
+
+    ScriptedSource source_;
+
+private:
+    test::ScopedTiming savedTiming_;
+};
+
+TEST_F(RelayLimits, ListensOnLoopbackOnlyUnlessAllInterfacesAreAsked) {
+    struct Case {
+        bool allInterfaces;
+        in_addr_t bound;
+        bool reachableOnAnotherLoopbackAddress;
+    };
+    for (const Case& c : {Case{false, INADDR_LOOPBACK, false}, Case{true, INADDR_ANY, true}}) {
+        BroadcastController relay(source_, {.allInterfaces = c.allInterfaces});
+        relay.startFeeding();
+        ASSERT_TRUE(relay.isStreaming());
+        auto address = listenerAddress(relay.listeningPort());
+        ASSERT_TRUE(address) << c.allInterfaces;
+        EXPECT_EQ(ntohl(address->sin_addr.s_addr), c.bound) << c.allInterfaces;
+        EXPECT_TRUE(reachable("127.0.0.1", relay.listeningPort()));
+        EXPECT_EQ(reachable("127.0.0.2", relay.listeningPort()), c.reachableOnAnotherLoopbackAddress)
+            << c.allInterfaces;
+    }
+}
+
+TEST_F(RelayLimits, PlayersOverTheCapAreRefusedUntilOneLeaves) {
+    BroadcastController relay(source_, {.maxPlayers = 2});
+    relay.startFeeding();
+    auto first = std::make_unique<RelayClient>(relay.listeningPort());
+    RelayClient second(relay.listeningPort());
+    ASSERT_TRUE(runUntil([&] { return relay.count() == 2; }));
+
+    Log::Capture log;
+    RelayClient refused(relay.listeningPort());
+    EXPECT_TRUE(feedUntil(relay, [&] { return refused.ended(); }));
+    EXPECT_EQ(refused.receivedSize(), 0u);
+    EXPECT_TRUE(log.contains("Relay player refused: 2 players already (relayMaxPlayers), from 127.0.0.1"));
+    EXPECT_TRUE(feedUntil(relay, [&] { return second.receivedSize() > 3000; }));
+    EXPECT_EQ(relay.count(), 2);
+
+    first->vanish();
+    ASSERT_TRUE(feedUntil(relay, [&] { return relay.count() == 1; }));
+    RelayClient next(relay.listeningPort());
+    EXPECT_TRUE(feedUntil(relay, [&] { return next.receivedSize() > 1000; }));
+    EXPECT_EQ(relay.count(), 2);
+}
+
+TEST(RelaySettings, MaxPlayersIsAPositiveWholeNumberElseTheDefault) {
+    struct Case {
+        const char* text;
+        int expected;
+    };
+    for (const Case& c : {Case{"", 64}, Case{"none", 64}, Case{"0", 64}, Case{"-3", 64}, Case{"1", 1},
+                          Case{"200", 200}, Case{"12 players", 12}}) {
+        EXPECT_EQ(BroadcastController::Settings::maxPlayersFrom(c.text), c.expected) << c.text;
+    }
+}
+
+}  // namespace
+}  // namespace quillon
