@@ -1,5 +1,5 @@
-// The relay against hostile or careless clients: where it listens and how
-// many players it takes.
+// The relay against hostile or careless clients: where it listens, requests
+// that never end and too many players.
 #include <arpa/inet.h>
 #include <dirent.h>
 #include <gtest/gtest.h>
@@ -25,9 +25,12 @@
 namespace quillon {
 namespace {
 
+using test::EndlessSender;
 using test::RelayClient;
 using test::runUntil;
 using test::ScriptedSource;
+
+constexpr std::string_view kRequestStart = "GET / HTTP/1.0\r\nIcy-MetaData: 1\r\n";
 
 // The local address of this process's listening IPv4 socket on `port`, read
 // with getsockname from the descriptor table.
@@ -101,6 +104,36 @@ TEST_F(RelayLimits, ListensOnLoopbackOnlyUnlessAllInterfacesAreAsked) {
         EXPECT_TRUE(reachable("127.0.0.1", relay.listeningPort()));
         EXPECT_EQ(reachable("127.0.0.2", relay.listeningPort()), c.reachableOnAnotherLoopbackAddress)
             << c.allInterfaces;
+    }
+}
+
+TEST_F(RelayLimits, RequestsThatNeverEndAreCutOffAndThePlayerDropped) {
+    struct Case {
+        const char* what;
+        std::string chunk;
+        double rest;
+        double requestTimeout;
+        const char* reason;
+    };
+    const std::vector<Case> cases{
+        // The time-out is far off: only the size bound can stop it.
+        {"endless bytes", std::string(4096, 'a'), 0, 600,
+         "Client disconnected. TCP read limit (no end within 8192 bytes)"},
+        // Never near the size bound: only the whole-request time-out can stop it.
+        {"a trickle", "a", 0.02, 0.3, "Client disconnected. TCP read timeout (no end within 0.3 seconds)"},
+    };
+    for (const Case& c : cases) {
+        timing().relayRequestTimeout = c.requestTimeout;
+        BroadcastController relay(source_);
+        relay.startFeeding();
+        Log::Capture log;
+        EndlessSender sender(relay.listeningPort(), std::string(kRequestStart), c.chunk, c.rest);
+        EXPECT_TRUE(runUntil([&] { return sender.hungUp(); }, 60)) << c.what;
+        EXPECT_TRUE(runUntil([&] { return log.contains(c.reason); })) << c.what;
+        EXPECT_TRUE(runUntil([&] { return relay.count() == 0; })) << c.what;
+        // Gone, the player leaves room for a well-behaved one.
+        RelayClient player(relay.listeningPort());
+        EXPECT_TRUE(feedUntil(relay, [&] { return player.receivedSize() > 1000; })) << c.what;
     }
 }
 
