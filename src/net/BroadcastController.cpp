@@ -132,6 +132,11 @@ int BroadcastController::activePlayers() const {
 
 std::uint16_t BroadcastController::listeningPort() const { return listeningPort_; }
 
+std::uint64_t BroadcastController::acceptAttempts() const {
+    std::lock_guard lock(feedMutex_);
+    return server_ ? server_->acceptAttempts() : 0;
+}
+
 Bytes BroadcastController::metadataBlock(std::string_view title) {
     std::string text(kTitlePrefix);
     const std::size_t maxTitle = kMaxText - kTitlePrefix.size() - kTitleSuffix.size();

@@ -78,6 +78,9 @@ public:
     bool isStreaming() const { return isStreaming_; }
     // The port actually listened on; 0 while not feeding.
     std::uint16_t listeningPort() const;
+    // The listener's accept calls so far (see Socket::acceptAttempts); 0 while
+    // not feeding.
+    std::uint64_t acceptAttempts() const;
 
     // A metadata block for the connection's current title.
     Bytes createNameData();

@@ -1,5 +1,5 @@
 // The relay against hostile or careless clients: where it listens, requests
-// that never end and too many players.
+// that never end, too many players, and a process out of descriptors.
 #include <arpa/inet.h>
 #include <dirent.h>
 #include <gtest/gtest.h>
@@ -60,6 +60,12 @@ bool reachable(const char* host, std::uint16_t port) {
     sockaddr_in a = test::loopback(port);
     ::inet_pton(AF_INET, host, &a.sin_addr);
     return ::connect(fd.fd(), reinterpret_cast<sockaddr*>(&a), sizeof a) == 0;
+}
+
+std::size_t countLines(const Log::Capture& log, std::string_view text) {
+    const auto lines = log.lines();
+    return static_cast<std::size_t>(std::count_if(
+        lines.begin(), lines.end(), [&](const std::string& l) { return l.find(text) != l.npos; }));
 }
 
 class RelayLimits : public ::testing::Test {
@@ -168,6 +174,69 @@ TEST(RelaySettings, MaxPlayersIsAPositiveWholeNumberElseTheDefault) {
                           Case{"200", 200}, Case{"12 players", 12}}) {
         EXPECT_EQ(BroadcastController::Settings::maxPlayersFrom(c.text), c.expected) << c.text;
     }
+}
+
+// Lowers the soft limit on descriptors for the scope.
+class LoweredDescriptorLimit {
+public:
+    explicit LoweredDescriptorLimit(rlim_t soft) {
+        ::getrlimit(RLIMIT_NOFILE, &saved_);
+        rlimit lowered = saved_;
+        lowered.rlim_cur = soft;
+        ok_ = ::setrlimit(RLIMIT_NOFILE, &lowered) == 0;
+    }
+    ~LoweredDescriptorLimit() { ::setrlimit(RLIMIT_NOFILE, &saved_); }
+    LoweredDescriptorLimit(const LoweredDescriptorLimit&) = delete;
+    LoweredDescriptorLimit& operator=(const LoweredDescriptorLimit&) = delete;
+    bool ok() const { return ok_; }
+
+private:
+    rlimit saved_{};
+    bool ok_ = false;
+};
+
+int highestOpenDescriptor() {
+    int highest = 2;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
+        highest = std::max(highest, std::atoi(entry.path().filename().c_str()));
+    return highest;
+}
+
+TEST_F(RelayLimits, AcceptBacksOffWhileDescriptorsRunOutAndAcceptsOnceTheyAreFree) {
+    BroadcastController relay(source_);
+    relay.startFeeding();
+    // Made before the table fills: connecting takes no new descriptor.
+    FileHandle waiting(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    ASSERT_TRUE(waiting.isOpen());
+    Log::Capture log;
+    {
+        LoweredDescriptorLimit limit(static_cast<rlim_t>(highestOpenDescriptor()) + 2);
+        ASSERT_TRUE(limit.ok());
+        std::vector<FileHandle> filling;
+        while (true) {
+            FileHandle fd(::dup(STDERR_FILENO));
+            if (!fd.isOpen()) break;
+            filling.push_back(std::move(fd));
+        }
+        ASSERT_EQ(errno, EMFILE);
+        sockaddr_in a = test::loopback(relay.listeningPort());
+        ASSERT_EQ(::connect(waiting.fd(), reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
+
+        ASSERT_TRUE(
+            runUntil([&] { return log.contains("Accept failed (in thread) Accept Error (Too many"); }));
+        // A spinning thread would make hundreds of thousands of attempts in
+        // this window; backing off from 0.1 to at most 1 second between
+        // attempts, it makes a handful, even if the window stretches to many
+        // seconds on a busy machine.
+        const std::uint64_t before = relay.acceptAttempts();
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        EXPECT_LE(relay.acceptAttempts() - before, 20u);
+        EXPECT_EQ(relay.count(), 0);
+    }
+    // The descriptors are free again (the filling closed, the limit restored).
+    EXPECT_TRUE(runUntil([&] { return relay.count() == 1; }));
+    EXPECT_TRUE(log.contains("Accepting clients again"));
+    EXPECT_EQ(countLines(log, "Accept failed"), 1u);
 }
 
 }  // namespace
