@@ -17,17 +17,23 @@ bool writeFileAtomically(const std::string& path, std::span<const std::uint8_t> 
     std::string folder = target.parent_path().string();
     if (folder.empty()) folder = ".";
     std::string temp = folder + "/." + target.filename().string() + ".XXXXXX";
-    int fd = ::mkstemp(temp.data());
+    // A new file of its own (O_CREAT|O_EXCL come with mkostemp), never reached
+    // through a link and not inherited by child processes: the folder may be
+    // one that others can write to, as /tmp.
+    int fd = ::mkostemp(temp.data(), O_CLOEXEC | O_NOFOLLOW);
     if (fd < 0) return false;
     FileHandle file(fd);
-    ::fchmod(file.fd(), 0644);
-    if (!file.writeAll(bytes) || !file.sync()) {
-        ::unlink(temp.c_str());
-        return false;
-    }
+    struct stat written {};
+    const bool ok = ::fchmod(file.fd(), 0644) == 0 && file.writeAll(bytes) && file.sync() &&
+                    ::fstat(file.fd(), &written) == 0 && S_ISREG(written.st_mode) &&
+                    static_cast<std::uint64_t>(written.st_size) == bytes.size();
+    const int error = errno;
     file.close();
-    if (::rename(temp.c_str(), path.c_str()) != 0) {
+    // rename replaces whatever has the name, a link included, and never follows it.
+    if (!ok || ::rename(temp.c_str(), path.c_str()) != 0) {
+        const int failure = ok ? errno : error;
         ::unlink(temp.c_str());
+        errno = failure;
         return false;
     }
     return true;

@@ -10,6 +10,9 @@
 
 namespace quillon {
 
+// The temporary file is created anew (never through a link) and checked before
+// the rename, which replaces a link at `path` rather than following it. False
+// on failure, with errno telling why; the target is then left as it was.
 bool writeFileAtomically(const std::string& path, std::span<const std::uint8_t> bytes);
 std::optional<Bytes> readWholeFile(const std::string& path);
 

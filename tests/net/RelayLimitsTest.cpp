@@ -1,5 +1,6 @@
 // The relay against hostile or careless clients: where it listens, requests
-// that never end, too many players, and a process out of descriptors.
+// that never end, too many players, a process out of descriptors, and a link
+// planted where the playlist file goes.
 #include <arpa/inet.h>
 #include <dirent.h>
 #include <gtest/gtest.h>
@@ -237,6 +238,56 @@ TEST_F(RelayLimits, AcceptBacksOffWhileDescriptorsRunOutAndAcceptsOnceTheyAreFre
     EXPECT_TRUE(runUntil([&] { return relay.count() == 1; }));
     EXPECT_TRUE(log.contains("Accepting clients again"));
     EXPECT_EQ(countLines(log, "Accept failed"), 1u);
+}
+
+TEST(RelayPlaylistFile, ReplacesWhateverHasItsNameAndNeverWritesThroughALink) {
+    const std::string folder = homePath("relay-playlist");
+    ASSERT_TRUE(makeFolders(folder));
+    const std::string path = joinPath(folder, "kv.qln.restream.pls");
+    const std::string victim = joinPath(folder, "victim.txt");
+    const std::string absent = joinPath(folder, "absent.txt");
+    struct Case {
+        const char* what;
+        std::optional<std::string> linkTo;  // else a regular file of old text
+    };
+    for (const Case& c : {Case{"a link to the user's file", victim}, Case{"a dangling link", absent},
+                          Case{"an older playlist", std::nullopt}}) {
+        std::filesystem::remove_all(folder);
+        ASSERT_TRUE(makeFolders(folder));
+        ASSERT_TRUE(writeFileAtomically(victim, asBytes("the user's own file")));
+        if (c.linkTo)
+            std::filesystem::create_symlink(*c.linkTo, path);
+        else
+            ASSERT_TRUE(
+                writeFileAtomically(path, asBytes("[playlist]\nold, longer than the new text......")));
+        RelayPlaylist::setPath(path);
+        EXPECT_TRUE(RelayPlaylist::write(9001, std::string("Jazz FM"))) << c.what;
+        RelayPlaylist::setPath("");
+
+        EXPECT_FALSE(std::filesystem::is_symlink(path)) << c.what;
+        auto written = readWholeFile(path);
+        ASSERT_TRUE(written) << c.what;
+        EXPECT_EQ(asText(*written), RelayPlaylist::text(9001, std::string("Jazz FM"))) << c.what;
+        auto untouched = readWholeFile(victim);
+        ASSERT_TRUE(untouched);
+        EXPECT_EQ(asText(*untouched), "the user's own file") << c.what;
+        EXPECT_FALSE(std::filesystem::exists(absent)) << c.what;
+        // No temporary file left behind.
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 2) << c.what;
+    }
+}
+
+TEST(RelayPlaylistFile, AWriteThatFailsIsLoggedAndLeavesTheTargetAlone) {
+    const std::string folder = homePath("relay-playlist-dir");
+    ASSERT_TRUE(makeFolders(joinPath(folder, "kv.qln.restream.pls")));
+    Log::Capture log;
+    RelayPlaylist::setPath(joinPath(folder, "kv.qln.restream.pls"));
+    EXPECT_FALSE(RelayPlaylist::write(9001, std::nullopt));
+    RelayPlaylist::setPath("");
+    EXPECT_TRUE(
+        log.contains("Unable to write the relay playlist " + joinPath(folder, "kv.qln.restream.pls")));
+    EXPECT_TRUE(std::filesystem::is_directory(joinPath(folder, "kv.qln.restream.pls")));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1);
 }
 
 }  // namespace
