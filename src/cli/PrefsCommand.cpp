@@ -23,13 +23,14 @@ struct PrefsArgs {
 // The on/off settings; every other key holds text (or, "_genres", a list).
 const std::set<std::string, std::less<>>& stateKeys() {
     static const std::set<std::string, std::less<>> keys = {
-        "checkUpdates", "proxyOn", "reconnect", "split",      "genreSort",  "subFolders",
-        "incomplete",   "skip",    "log",       "feediTunes", "ShowHistory"};
+        "checkUpdates", "proxyOn", "reconnect", "split",      "genreSort",   "subFolders",
+        "incomplete",   "skip",    "log",       "feediTunes", "ShowHistory", "relayAllInterfaces"};
     return keys;
 }
 
 // Settings that must hold a whole number: the ports (an empty proxy port is
-// allowed, as the settings window leaves it), the piece size, the playlist tag.
+// allowed, as the settings window leaves it), the piece size, the playlist tag,
+// the relay's player cap.
 void checkNumber(const std::string& key, const std::string& value) {
     auto isDigits = [](const std::string& v) {
         return !v.empty() && v.size() <= 9 &&
@@ -40,7 +41,7 @@ void checkNumber(const std::string& key, const std::string& value) {
         if (!isDigits(value) || intValue(value) < 1 || intValue(value) > 65535) {
             throw UsageError(key + " must be a port number from 1 to 65535, not '" + value + "'");
         }
-    } else if (key == "chunkSize" || key == "playlistType") {
+    } else if (key == "chunkSize" || key == "playlistType" || key == "relayMaxPlayers") {
         if (!value.empty() && !isDigits(value))
             throw UsageError(key + " must be a whole number, not '" + value + "'");
     }

@@ -8,9 +8,21 @@
 
 namespace quillon {
 
+namespace {
+
+BroadcastController::Settings relaySettings() {
+    auto prefs = Preferences::preferences();
+    BroadcastController::Settings settings;
+    settings.allInterfaces = prefs->getState("relayAllInterfaces");
+    settings.maxPlayers = BroadcastController::Settings::maxPlayersFrom(prefs->getParam("relayMaxPlayers"));
+    return settings;
+}
+
+}  // namespace
+
 RipperRelay::RipperRelay(Ripper& ripper, ListeningHandler onListening)
     : ripper_(ripper), onListening_(std::move(onListening)) {
-    controller_ = std::make_unique<BroadcastController>(*this);
+    controller_ = std::make_unique<BroadcastController>(*this, relaySettings());
 }
 
 // The controller goes first: its threads still ask this object.

@@ -1,7 +1,8 @@
 #pragma once
 // The relay of one recording connection: a BroadcastController fed by the
 // connection's audio blocks and answering from the connection's state, plus the
-// connection's side of listening (the playlist file opened in the player).
+// connection's side of listening (the playlist file opened in the player). The
+// preferences "relayAllInterfaces" and "relayMaxPlayers" are read when it is made.
 //
 // Thread contract: made by the connection's set-up on the main thread through
 // the factory; startFeeding runs on the connection's thread, feed on its reader

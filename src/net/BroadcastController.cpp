@@ -1,5 +1,7 @@
 #include "net/BroadcastController.h"
 
+#include <arpa/inet.h>
+
 #include <algorithm>
 #include <chrono>
 #include <exception>
@@ -29,9 +31,17 @@ const Broadcaster::Block& noChangeBlock() {
 
 }  // namespace
 
-BroadcastController::BroadcastController(RelaySource& owner) : owner_(&owner) {
+int BroadcastController::Settings::maxPlayersFrom(std::string_view text) {
+    const int value = intValue(text);
+    return value > 0 ? value : kDefaultMaxPlayers;
+}
+
+BroadcastController::BroadcastController(RelaySource& owner, Settings settings)
+    : settings_(settings), owner_(&owner) {
     currentName_ = owner.currentTrack();
 }
+
+BroadcastController::BroadcastController(RelaySource& owner) : BroadcastController(owner, Settings{}) {}
 
 BroadcastController::~BroadcastController() {
     stopFeeding();
@@ -56,7 +66,10 @@ void BroadcastController::startFeeding() {
     auto server = std::make_shared<TCPSocket>();
     server->setNewClientHandler(
         [this](std::shared_ptr<TCPSocket> client, auto) { incommingConnection(std::move(client)); });
-    if (!server->listenOnPort(port)) {
+    // Deliberate: loopback only unless the user opens the relay to the network
+    // (preference "relayAllInterfaces"), because the relay has no access control.
+    if (!server->listenOnPort(
+            port, settings_.allInterfaces ? Socket::Interfaces::all : Socket::Interfaces::loopback)) {
         server->setNewClientHandler(nullptr);
         Log::line("Unable to start broadcast controller.");
         return;
@@ -111,7 +124,18 @@ int BroadcastController::count() const {
     return static_cast<int>(clients_.size());
 }
 
+int BroadcastController::activePlayers() const {
+    std::lock_guard lock(playersMutex_);
+    return static_cast<int>(std::count_if(clients_.begin(), clients_.end(),
+                                          [](const auto& player) { return player->broadcastState() != 0; }));
+}
+
 std::uint16_t BroadcastController::listeningPort() const { return listeningPort_; }
+
+std::uint64_t BroadcastController::acceptAttempts() const {
+    std::lock_guard lock(feedMutex_);
+    return server_ ? server_->acceptAttempts() : 0;
+}
 
 Bytes BroadcastController::metadataBlock(std::string_view title) {
     std::string text(kTitlePrefix);
@@ -182,6 +206,16 @@ void BroadcastController::incommingConnection(std::shared_ptr<TCPSocket> client)
         }
         bufferSize = owner_->bufferSize();
         kbps = owner_->bitrate();
+    }
+    // Deliberate: the players are capped, because each costs a thread and a
+    // descriptor and anyone who can reach the port can open more.
+    const int players = activePlayers();
+    if (players >= settings_.maxPlayers) {
+        char peer[INET_ADDRSTRLEN] = "?";
+        ::inet_ntop(AF_INET, &client->inetAddress().sin_addr, peer, sizeof peer);
+        Log::info("Relay player refused: {} players already (relayMaxPlayers), from {}", players, peer);
+        client->close();
+        return;
     }
     // The player reads the request on its own thread: a player that sends
     // nothing must not hold up the main thread (and with it the recording).

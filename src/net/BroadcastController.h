@@ -5,6 +5,8 @@
 // no player is connected), and one Broadcaster per player. Players get the upstream header, then audio in
 // blocks of the meta interval, each followed by a metadata block, as from an ICY server. After a title change
 // only the first player in the list gets the new title; the others learn titles when they connect.
+// The listener is on loopback only unless the settings say otherwise, and players
+// over the settings' cap are refused.
 //
 // Thread contract: construction, startFeeding, stopFeeding, disposeOwner and
 // destruction may run on any one thread at a time (the connection's thread or the
@@ -38,7 +40,23 @@ class TCPSocket;
 
 class BroadcastController {
 public:
+    // Who may reach the relay, read from the preferences by whoever makes it
+    // (the relay sits below the preferences).
+    struct Settings {
+        static constexpr int kDefaultMaxPlayers = 64;
+
+        // Listen on every interface rather than on loopback only.
+        bool allInterfaces = false;
+        // Players served at once; more are refused.
+        int maxPlayers = kDefaultMaxPlayers;
+
+        // The preference text of "relayMaxPlayers": its leading whole number
+        // when above 0, else the default.
+        static int maxPlayersFrom(std::string_view text);
+    };
+
     // Remembers the connection's current title as the last one sent.
+    BroadcastController(RelaySource& owner, Settings settings);
     explicit BroadcastController(RelaySource& owner);
     ~BroadcastController();
     BroadcastController(const BroadcastController&) = delete;
@@ -60,6 +78,9 @@ public:
     bool isStreaming() const { return isStreaming_; }
     // The port actually listened on; 0 while not feeding.
     std::uint16_t listeningPort() const;
+    // The listener's accept calls so far (see Socket::acceptAttempts); 0 while
+    // not feeding.
+    std::uint64_t acceptAttempts() const;
 
     // A metadata block for the connection's current title.
     Bytes createNameData();
@@ -98,6 +119,10 @@ private:
     // Drops every waiting block but the newest.
     void keepNewestBlock();
     void setPlayerCount(int players);
+    // Players not yet stopped: those a new one is counted against.
+    int activePlayers() const;
+
+    const Settings settings_;
 
     mutable std::mutex ownerMutex_;
     RelaySource* owner_;  // guarded by ownerMutex_

@@ -154,7 +154,10 @@ void Broadcaster::stream() {
     std::string reason;
     try {
         // Neither the path nor the headers matter: every request gets the stream.
-        socket_->readDataUpToString("\r\n\r\n", timeout);
+        // Deliberate: the request is bounded in size and in total time, not
+        // read byte by byte without end, because a player that never finishes
+        // it would otherwise hold memory and a descriptor for ever.
+        socket_->readBoundedUpToString("\r\n\r\n", kMaxRequestBytes, timing().relayRequestTimeout);
         ready_ = true;
         socket_->writeData(asBytes(owner_.streamHeader()), timeout);
         {

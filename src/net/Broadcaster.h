@@ -1,12 +1,13 @@
 #pragma once
 // One player connected to a relay: owns the accepted client socket and a writer
-// thread that reads (and ignores) the player's request and sends the upstream
-// header. After that the feed thread hands each block straight to the socket
-// without waiting, as long as nothing is queued and the socket takes it all: a
-// hundred players then cost a hundred sends and no thread switches. Whatever the
-// socket does not take at once is queued, and the writer thread, woken once more
-// than a block's worth waits, writes it with the usual blocking time-outs; while
-// it does, new blocks queue behind it, so the order never changes.
+// thread that reads (and ignores) the player's request, bounded in size and
+// time, and sends the upstream header. After that the feed thread hands each
+// block straight to the socket without waiting, as long as nothing is queued
+// and the socket takes it all: a hundred players then cost a hundred sends and
+// no thread switches. Whatever the socket does not take at once is queued, and
+// the writer thread, woken once more than a block's worth waits, writes it with
+// the usual blocking time-outs; while it does, new blocks queue behind it, so
+// the order never changes.
 //
 // Thread contract: made, started and destroyed by its BroadcastController (the
 // main thread makes and starts it, the feed thread or the feeder's destruction
@@ -39,6 +40,9 @@ class Broadcaster {
 public:
     using Block = std::shared_ptr<const Bytes>;
 
+    // The most a player's request may take; a longer one drops the player, as
+    // does one that takes longer than the timing table's relayRequestTimeout.
+    static constexpr std::size_t kMaxRequestBytes = 8192;
     // Seconds of audio a player may fall behind before it is dropped.
     static constexpr double kMaxBacklogSeconds = 30;
     // The queue bound for a stream of `kbps` kbit/s (0: unknown, taken as 320).

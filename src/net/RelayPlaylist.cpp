@@ -1,9 +1,12 @@
 #include "net/RelayPlaylist.h"
 
-#include <fstream>
+#include <fmt/format.h>
+
 #include <mutex>
 
-#include <fmt/format.h>
+#include "platform/AtomicFile.h"
+#include "platform/Log.h"
+#include "platform/NamedException.h"
 
 namespace quillon {
 
@@ -34,10 +37,13 @@ std::string RelayPlaylist::text(std::uint16_t port, const std::optional<std::str
 }
 
 bool RelayPlaylist::write(std::uint16_t port, const std::optional<std::string>& title) {
-    std::ofstream file(path(), std::ios::binary | std::ios::trunc);
-    file << text(port, title);
-    file.close();
-    return !file.fail();
+    // Deliberate: written to a new file and renamed into place, not truncated
+    // in place, because the default path lies in /tmp, where anyone may plant a
+    // link to a file of the user's under that name.
+    const std::string target = path();
+    if (writeFileAtomically(target, asBytes(text(port, title)))) return true;
+    Log::info("Unable to write the relay playlist {} ({})", target, NamedException::errnoText());
+    return false;
 }
 
 }  // namespace quillon

@@ -22,7 +22,8 @@ public:
     // "[playlist]\nNumberOfEntries=1\nFile1=http://localhost:PORT", then
     // "\nTitle1=TITLE" when a title is given.
     static std::string text(std::uint16_t port, const std::optional<std::string>& title);
-    // Writes the file in place (not through a temporary file); false on failure.
+    // Writes the file through a temporary file renamed into place, replacing
+    // (never following) a link at the path; logs and returns false on failure.
     static bool write(std::uint16_t port, const std::optional<std::string>& title);
 };
 

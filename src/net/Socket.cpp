@@ -6,9 +6,11 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cmath>
+#include <condition_variable>
 #include <csignal>
 
 #include "platform/Log.h"
@@ -43,6 +45,22 @@ struct Socket::AcceptState {
     std::atomic<bool> listening{true};
     std::atomic<bool> inHandler{false};
     InvokeGuard guard;
+    std::mutex mutex;  // with `stopped`: wakes a back-off at once when listening ends
+    std::condition_variable stopped;
+
+    // Waits `seconds` unless listening ends first; false when it has.
+    bool pause(double seconds) {
+        std::unique_lock lock(mutex);
+        stopped.wait_for(lock, std::chrono::duration<double>(seconds), [&] { return !listening; });
+        return listening;
+    }
+    void stop() {
+        {
+            std::lock_guard lock(mutex);
+            listening = false;
+        }
+        stopped.notify_all();
+    }
 };
 
 Socket::Socket() { ignoreBrokenPipe(); }
@@ -185,7 +203,7 @@ std::size_t Socket::readUntilDone(void* buffer, std::size_t length, bool closeAt
     return done;
 }
 
-bool Socket::listenOnPort(std::uint16_t port) {
+bool Socket::listenOnPort(std::uint16_t port, Interfaces interfaces) {
     try {
         if (fd() < 0) throw NamedException("TCP Socket : connexion error", "bad descriptor");
         if (connected_ || listening_)
@@ -198,7 +216,10 @@ bool Socket::listenOnPort(std::uint16_t port) {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_ANY);
+        // Deliberate: loopback unless asked otherwise, not the any-address,
+        // because a relay meant for this machine's players must not be open to
+        // the whole network.
+        address.sin_addr.s_addr = htonl(interfaces == Interfaces::all ? INADDR_ANY : INADDR_LOOPBACK);
         return serverSocket(address);
     } catch (const NamedException& e) {
         Log::info("TCP Listen error : {}", e.reason());
@@ -246,59 +267,92 @@ void Socket::acceptClients() {
 }
 
 void Socket::acceptInThread(std::shared_ptr<AcceptState> state) {
+    // Deliberate: a failing accept (EMFILE and ENFILE above all: the waiting
+    // client stays queued and the socket readable) backs off and is logged once
+    // per run of failures, because retrying at once spins a core and floods the
+    // log until descriptors come free.
+    double backoff = 0;
+    bool failing = false;
     // Once `listening` is clear this thread touches nothing but `state`: the
     // socket may already be gone (stopped from inside the handler, see stopListen).
     while (state->listening) {
+        if (backoff > 0 && !state->pause(backoff)) break;
         short revents = 0;
         int result = waitFor(POLLIN, timing().acceptWait, revents);
         if (!state->listening) break;
         try {
-            if (result <= 0) continue;
+            if (result == 0) {
+                // Nobody waiting: whatever failed before has passed.
+                failing = false;
+                backoff = 0;
+                continue;
+            }
+            if (result < 0)
+                throw NamedException("Accept Error", "Accept Error (" + NamedException::errnoText() + ")");
             if (revents & POLLIN) {
                 sockaddr_in address{};
-                socklen_t size = sizeof address;
-                int accepted = ::accept4(fd(), reinterpret_cast<sockaddr*>(&address), &size, SOCK_CLOEXEC);
-                if (accepted < 0)
-                    throw NamedException("Accept Error",
-                                         "Accept Error (" + NamedException::errnoText() + ")");
-                auto client = newClientSocket(FileHandle(accepted), address);
-                if (!client) throw NamedException("Accept error", "Accept error (can't create socket)");
-                client->setConnected(true);
-                auto acceptedAt = Clock::now();
-                ClientHandler handler;
-                {
-                    std::lock_guard lock(clientsLock_);
-                    clients_.push_back(client);
-                    handler = clientHandler_;
-                }
-                if (!handler) continue;
-                // The handler is copied into the task so that it survives the
-                // socket's destruction from within itself.
-                MainLoop::main().invoke(
-                    [state, handler, client, acceptedAt] {
-                        state->inHandler = true;
-                        struct Reset {
-                            AcceptState& s;
-                            ~Reset() { s.inHandler = false; }
-                        } reset{*state};
-                        handler(client, acceptedAt);
-                    },
-                    state->guard);
+                FileHandle accepted = acceptClient(address);
+                if (failing) Log::line("Accepting clients again");
+                failing = false;
+                backoff = 0;
+                handOver(state, std::move(accepted), address);
             } else if (revents & (POLLERR | POLLHUP | POLLNVAL)) {
                 throw NamedException("Accept Write error",
                                      "Accept Write error (" + NamedException::errnoText() + ")");
             }
         } catch (const NamedException& e) {
-            Log::info("Accept failed (in thread) {}", e.reason());
+            if (!failing) Log::info("Accept failed (in thread) {}", e.reason());
+            failing = true;
+            const double first = timing().acceptRetryDelay;
+            backoff = backoff > 0 ? std::min(backoff * 2, first * 10) : first;
         }
     }
+}
+
+FileHandle Socket::acceptClient(sockaddr_in& address) {
+    socklen_t size = sizeof address;
+    ++acceptAttempts_;
+    int accepted = ::accept4(fd(), reinterpret_cast<sockaddr*>(&address), &size, SOCK_CLOEXEC);
+    if (accepted < 0)
+        throw NamedException("Accept Error", "Accept Error (" + NamedException::errnoText() + ")");
+    return FileHandle(accepted);
+}
+
+void Socket::handOver(const std::shared_ptr<AcceptState>& state, FileHandle accepted,
+                      const sockaddr_in& address) {
+    auto client = newClientSocket(std::move(accepted), address);
+    if (!client) throw NamedException("Accept error", "Accept error (can't create socket)");
+    client->setConnected(true);
+    auto acceptedAt = Clock::now();
+    ClientHandler handler;
+    {
+        std::lock_guard lock(clientsLock_);
+        // Clients closed since are dropped here too, so that the list holds
+        // about the live ones even when nothing else sweeps it (refused players).
+        std::erase_if(clients_, [](const std::shared_ptr<Socket>& c) { return c->shouldDelete(); });
+        clients_.push_back(client);
+        handler = clientHandler_;
+    }
+    if (!handler) return;
+    // The handler is copied into the task so that it survives the socket's
+    // destruction from within itself.
+    MainLoop::main().invoke(
+        [state, handler, client, acceptedAt] {
+            state->inHandler = true;
+            struct Reset {
+                AcceptState& s;
+                ~Reset() { s.inHandler = false; }
+            } reset{*state};
+            handler(client, acceptedAt);
+        },
+        state->guard);
 }
 
 void Socket::stopListen() {
     std::shared_ptr<AcceptState> state = std::move(accept_);
     listening_ = false;
     if (!state) return;
-    state->listening = false;
+    state->stop();
     // Wakes the accept thread's wait at once instead of after its time-out.
     if (fd() >= 0) ::shutdown(fd(), SHUT_RDWR);
     // Frees the accept thread if it waits for the main thread to run the handler.

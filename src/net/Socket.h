@@ -5,9 +5,10 @@
 //
 // Thread contract: a socket is used by one thread at a time (the thread that
 // reads or writes it). The exceptions are the listening side: the accept thread
-// owned by a listening socket appends to `clients` and reads the new-client
-// handler, both under `clientsLock`; `clients()`, `removeClosedSockets()` and
-// `setShouldDelete()`/`shouldDelete()` may be called from any thread. A listener
+// owned by a listening socket sweeps closed clients out of `clients`, appends
+// to it and reads the new-client handler, all under `clientsLock`; `clients()`,
+// `removeClosedSockets()` and `setShouldDelete()`/`shouldDelete()` may be
+// called from any thread. A listener
 // may be stopped or destroyed from any thread except its own accept thread,
 // including the main thread while the accept thread waits for it, and from inside
 // the new-client handler itself.
@@ -71,10 +72,13 @@ public:
     void writeBytes(const void* bytes, std::size_t length);
     virtual std::size_t readBytesToBuffer(void* buffer, std::size_t length);
 
-    // Binds to the any-address on `port` (0 picks a free port, see
-    // listeningPort()) and starts the accept thread; logs and returns false on
-    // failure.
-    bool listenOnPort(std::uint16_t port);
+    // Where a listener accepts connections from.
+    enum class Interfaces { loopback, all };
+
+    // Binds to `port` (0 picks a free port, see listeningPort()) on the loopback
+    // address or on every interface, and starts the accept thread; logs and
+    // returns false on failure.
+    bool listenOnPort(std::uint16_t port, Interfaces interfaces = Interfaces::loopback);
     // Ends the accept thread and closes the listening descriptor.
     void stopListen();
     // Drops clients marked shouldDelete (see the comment in the source about the
@@ -85,6 +89,10 @@ public:
     // Unlike the rest, may be called from any thread while another one uses the
     // socket (a connection stopped by the user while its thread reads).
     void interrupt();
+
+    // The accept calls this listener's thread has made, failed or not (tests:
+    // an accept thread that backs off makes few while accepting fails).
+    std::uint64_t acceptAttempts() const { return acceptAttempts_; }
 
     // A snapshot of the accepted clients.
     std::vector<std::shared_ptr<Socket>> clients() const;
@@ -121,6 +129,10 @@ private:
     bool listen();
     void acceptClients();
     void acceptInThread(std::shared_ptr<AcceptState> state);
+    // Accepts the waiting client; raises NamedException when that fails.
+    FileHandle acceptClient(sockaddr_in& address);
+    // Lists the accepted client and runs the new-client handler on the main thread.
+    void handOver(const std::shared_ptr<AcceptState>& state, FileHandle accepted, const sockaddr_in& address);
     void disconnectClients();
 
     FileHandle socket_;  // replaced or closed under descriptorMutex_
@@ -130,6 +142,7 @@ private:
     std::atomic<bool> listening_{false};
     std::uint16_t listeningPort_ = 0;
     std::atomic<bool> shouldDelete_{false};
+    std::atomic<std::uint64_t> acceptAttempts_{0};
     sockaddr_in inetAddress_{};
 
     mutable std::mutex clientsLock_;

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 
 #include "platform/Log.h"
@@ -222,6 +223,47 @@ Bytes TCPSocket::readDataUpToString(std::string_view delimiter, double timeout) 
         // Without this stop a peer that hangs up would have us append for ever.
         if (readBytesToBuffer(&byte, 1, timeout) == 0) return data;
         data.push_back(byte);
+    }
+    return data;
+}
+
+Bytes TCPSocket::readBoundedUpToString(std::string_view delimiter, std::size_t max, double limit) {
+    using Clock = std::chrono::steady_clock;
+    const auto wanted = asBytes(delimiter);
+    const std::size_t d = wanted.size();
+    const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                                             std::chrono::duration<double>(std::max(limit, 0.0)));
+    setLowWater(1);
+    Bytes data;
+    while (data.size() < d || !endsWithDelimiter(data, data.size(), wanted)) {
+        if (data.size() >= max)
+            throw NamedException("TCP read limit",
+                                 fmt::format("TCP read limit (no end within {} bytes)", max));
+        // As many bytes as cannot run past the earliest place the delimiter
+        // could end: its length less the part of it the data already ends with.
+        std::size_t partial = std::min(d - 1, data.size());
+        while (partial > 0 &&
+               !std::equal(wanted.begin(), wanted.begin() + static_cast<std::ptrdiff_t>(partial),
+                           data.end() - static_cast<std::ptrdiff_t>(partial)))
+            --partial;
+        const std::size_t step = std::min(d - partial, max - data.size());
+        const double left = std::chrono::duration<double>(deadline - Clock::now()).count();
+        short revents = 0;
+        if (left <= 0 || waitFor(POLLIN, left, revents) < 1)
+            throw NamedException("TCP read timeout",
+                                 fmt::format("TCP read timeout (no end within {} seconds)", limit));
+        if (revents & POLLIN) {
+            std::uint8_t chunk[64];
+            ssize_t got = ::recv(fd(), chunk, std::min(step, sizeof chunk), MSG_DONTWAIT);
+            if (got == 0) return data;
+            if (got < 0) {
+                if (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK) continue;
+                throw withErrno("TCP Read Error");
+            }
+            data.insert(data.end(), chunk, chunk + got);
+        } else if (revents & kTrouble) {
+            throw withErrno("TCP read error");
+        }
     }
     return data;
 }

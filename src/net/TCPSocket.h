@@ -64,6 +64,12 @@ public:
     // Reads up to and including the delimiter, without a bound. Ends early,
     // without the delimiter, when the peer ends the stream.
     Bytes readDataUpToString(std::string_view delimiter, double timeout);
+    // Reads up to and including the delimiter and never past it, with bounds
+    // for a peer that is not to be trusted: at most `max` bytes (else raises
+    // NamedException "TCP read limit") within `limit` seconds for the whole call
+    // (else "TCP read timeout"). Ends early, without the delimiter, when the
+    // peer ends the stream.
+    Bytes readBoundedUpToString(std::string_view delimiter, std::size_t max, double limit);
     void writeData(std::span<const std::uint8_t> bytes, double timeout);
     // Sends as much of the parts, in order, as the socket takes at once without
     // waiting; returns the count sent (0 when it takes nothing now). Raises

@@ -15,28 +15,37 @@ namespace quillon {
 
 namespace {
 
-// Writes the bytes to a new temporary file beside `path`, synced; its name, or
-// nothing when that fails (the temporary file is then gone).
+// Writes the bytes to a new temporary file beside `path`, synced and checked;
+// its name, or nothing when that fails (the temporary file is then gone, errno
+// tells why).
 std::optional<std::string> writeTemporaryBeside(const std::string& path,
                                                 std::span<const std::uint8_t> bytes) {
     std::filesystem::path target(path);
     std::string folder = target.parent_path().string();
     if (folder.empty()) folder = ".";
     std::string temp = folder + "/." + target.filename().string() + ".XXXXXX";
-    int fd = ::mkstemp(temp.data());
+    // A new file of its own (O_CREAT|O_EXCL come with mkostemp), never reached
+    // through a link and not inherited by child processes: the folder may be
+    // one that others can write to, as /tmp.
+    int fd = ::mkostemp(temp.data(), O_CLOEXEC | O_NOFOLLOW);
     if (fd < 0) return std::nullopt;
     FileHandle file(fd);
-    ::fchmod(file.fd(), 0644);
-    if (!file.writeAll(bytes) || !file.sync()) {
+    struct stat written {};
+    const bool ok = ::fchmod(file.fd(), 0644) == 0 && file.writeAll(bytes) && file.sync() &&
+                    ::fstat(file.fd(), &written) == 0 && S_ISREG(written.st_mode) &&
+                    static_cast<std::uint64_t>(written.st_size) == bytes.size();
+    const int error = errno;
+    file.close();
+    if (!ok) {
         ::unlink(temp.c_str());
+        errno = error;
         return std::nullopt;
     }
-    file.close();
     return temp;
 }
 
-// Moves `from` to `to` unless `to` exists; the check is part of the move, so a
-// file that appears in the meantime is never replaced.
+}  // namespace
+
 bool renameNoReplace(const std::string& from, const std::string& to) {
     if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
     if (errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP) return false;
@@ -46,13 +55,14 @@ bool renameNoReplace(const std::string& from, const std::string& to) {
     return true;
 }
 
-}  // namespace
-
 bool writeFileAtomically(const std::string& path, std::span<const std::uint8_t> bytes) {
     auto temp = writeTemporaryBeside(path, bytes);
     if (!temp) return false;
+    // rename replaces whatever has the name, a link included, and never follows it.
     if (::rename(temp->c_str(), path.c_str()) != 0) {
+        const int failure = errno;
         ::unlink(temp->c_str());
+        errno = failure;
         return false;
     }
     return true;

@@ -10,6 +10,9 @@
 
 namespace quillon {
 
+// The temporary file is created anew (never through a link) and checked before
+// the rename, which replaces a link at `path` rather than following it. False
+// on failure, with errno telling why; the target is then left as it was.
 bool writeFileAtomically(const std::string& path, std::span<const std::uint8_t> bytes);
 
 enum class WriteResult { Written, Exists, Failed };
@@ -17,5 +20,9 @@ enum class WriteResult { Written, Exists, Failed };
 // (Exists), not even one that appears while the bytes are written.
 WriteResult writeNewFileAtomically(const std::string& path, std::span<const std::uint8_t> bytes);
 std::optional<Bytes> readWholeFile(const std::string& path);
+
+// Moves `from` to `to` unless `to` exists (false, errno EEXIST); the check is
+// part of the move, so a file that appears in the meantime is never replaced.
+bool renameNoReplace(const std::string& from, const std::string& to);
 
 }  // namespace quillon

@@ -8,6 +8,8 @@ struct Timing {
     double connectRetryDelay = 10;   // between connect attempts
     double restartDelay = 20;        // after a failure while streaming
     double acceptWait = 2;           // a listening socket's accept wait
+    double acceptRetryDelay = 0.1;   // after a failed accept; doubled per failure up to 10 times
+    double relayRequestTimeout = 10; // a relay player's whole request
     double relayCadence = 0.1;       // relay feeder and listener writers
     double autoListenDelay = 3;      // opening the player after streaming starts
     double scheduleTick = 10;        // schedule rules

@@ -23,37 +23,7 @@ using test::IcyStream;
 using test::parseIcyReply;
 using test::RelayClient;
 using test::runUntil;
-
-// A connection as the relay sees it, set by the test.
-class ScriptedSource : public RelaySource {
-public:
-    std::atomic<int> state{5};
-    std::atomic<unsigned> blockSize{1000};
-    std::atomic<bool> meta{true};
-    std::atomic<std::uint16_t> port{0};
-    std::atomic<unsigned> kbps{128};
-    std::atomic<int> refreshes{0};
-
-    void setTitle(std::string t) {
-        std::lock_guard lock(mutex_);
-        title_ = std::move(t);
-    }
-    int ripperState() const override { return state; }
-    unsigned bufferSize() const override { return blockSize; }
-    bool hasMeta() const override { return meta; }
-    std::string currentTrack() const override {
-        std::lock_guard lock(mutex_);
-        return title_;
-    }
-    std::string streamHeader() const override { return "ICY 200 OK\r\nicy-metaint:1000\r\n\r\n"; }
-    std::uint16_t servePort() const override { return port; }
-    unsigned bitrate() const override { return kbps; }
-    void refreshStatus() override { ++refreshes; }
-
-private:
-    mutable std::mutex mutex_;
-    std::string title_ = "First - Title";
-};
+using test::ScriptedSource;
 
 class RelayController : public ::testing::Test {
 protected:

@@ -69,7 +69,7 @@ TEST(RelayMetadata, OverlongTitleIsCutToWhatTheLengthByteCanCount) {
     EXPECT_EQ(text.back(), '\0');
 }
 
-TEST(RelayPlaylistFile, WrittenInPlaceWithOrWithoutTitle) {
+TEST(RelayPlaylistFile, WrittenWholeWithOrWithoutTitle) {
     const std::string path = homePath("restream.pls");
     RelayPlaylist::setPath(path);
     struct Case {

@@ -1,22 +1,106 @@
 #pragma once
-// Players for the relay tests: plain POSIX clients on 127.0.0.1 that send a
-// request and read what the relay serves on a thread of their own (parseIcyReply
-// cuts what they received).
+// For the relay tests: a connection scripted by the test, and players: plain
+// POSIX clients on 127.0.0.1 that send a request and read what the relay serves
+// on a thread of their own (parseIcyReply cuts what they received), or that
+// keep sending and never finish their request.
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
 
+#include "net/RelaySource.h"
 #include "support/Icy.h"
 #include "support/Loopback.h"
 
 namespace quillon::test {
+
+// A connection as the relay sees it, set by the test.
+class ScriptedSource : public RelaySource {
+public:
+    std::atomic<int> state{5};
+    std::atomic<unsigned> blockSize{1000};
+    std::atomic<bool> meta{true};
+    std::atomic<std::uint16_t> port{0};
+    std::atomic<unsigned> kbps{128};
+    std::atomic<int> refreshes{0};
+
+    void setTitle(std::string t) {
+        std::lock_guard lock(mutex_);
+        title_ = std::move(t);
+    }
+    int ripperState() const override { return state; }
+    unsigned bufferSize() const override { return blockSize; }
+    bool hasMeta() const override { return meta; }
+    std::string currentTrack() const override {
+        std::lock_guard lock(mutex_);
+        return title_;
+    }
+    std::string streamHeader() const override { return "ICY 200 OK\r\nicy-metaint:1000\r\n\r\n"; }
+    std::uint16_t servePort() const override { return port; }
+    unsigned bitrate() const override { return kbps; }
+    void refreshStatus() override { ++refreshes; }
+
+private:
+    mutable std::mutex mutex_;
+    std::string title_ = "First - Title";
+};
+
+// A client that sends `prefix`, then `chunk` again and again, resting `rest`
+// seconds after each, until the other side hangs up (a send fails) or the
+// client is destroyed.
+class EndlessSender {
+public:
+    EndlessSender(std::uint16_t port, std::string prefix, std::string chunk, double rest)
+        : fd_(connectToLoopback(port)) {
+        if (!fd_.isOpen()) {
+            hungUp_ = true;
+            return;
+        }
+        thread_ = std::thread([this, prefix = std::move(prefix), chunk = std::move(chunk), rest] {
+            bool ok = sendAll(prefix);
+            while (ok && !stop_) {
+                ok = sendAll(chunk);
+                if (rest > 0) std::this_thread::sleep_for(std::chrono::duration<double>(rest));
+            }
+            hungUp_ = !ok;
+        });
+    }
+    ~EndlessSender() {
+        stop_ = true;
+        if (fd_.isOpen()) ::shutdown(fd_.fd(), SHUT_RDWR);  // frees a blocked send
+        if (thread_.joinable()) thread_.join();
+    }
+    EndlessSender(const EndlessSender&) = delete;
+    EndlessSender& operator=(const EndlessSender&) = delete;
+
+    // The other side closed or reset the connection.
+    bool hungUp() const { return hungUp_; }
+    std::size_t sent() const { return sent_; }
+
+private:
+    bool sendAll(std::string_view bytes) {
+        while (!bytes.empty()) {
+            ssize_t n = ::send(fd_.fd(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+            if (n <= 0) return false;
+            sent_ += static_cast<std::size_t>(n);
+            bytes.remove_prefix(static_cast<std::size_t>(n));
+        }
+        return true;
+    }
+
+    FileHandle fd_;
+    std::atomic<bool> stop_{false};
+    std::atomic<bool> hungUp_{false};
+    std::atomic<std::size_t> sent_{0};
+    std::thread thread_;
+};
 
 // A player. `reading` false: connects, sends its request and then never reads,
 // with a small receive buffer so that it stalls early.

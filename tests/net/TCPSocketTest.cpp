@@ -89,6 +89,40 @@ TEST(TCPSocketRead, SilentPeerRaisesReadTimeout) {
     }
 }
 
+TEST(TCPSocketRead, BoundedDelimiterReadStopsAtTheDelimiterTheBoundOrTheEnd) {
+    struct Case {
+        const char* what;
+        std::string sent;
+        bool thenClose;
+        std::size_t max;
+        std::string expected;  // when it returns
+        std::string failure;   // when it raises
+        std::string after;     // what is still unread
+    };
+    const std::vector<Case> cases{
+        {"never reads past the delimiter", "GET /\r\n\r\nbody", false, 64, "GET /\r\n\r\n", "", "body"},
+        {"a partial delimiter first", "a\r\n\r\r\n\r\nrest", false, 64, "a\r\n\r\r\n\r\n", "", "rest"},
+        {"completed by the last byte allowed", "abcdefgh\r\n\r\nxy", false, 12, "abcdefgh\r\n\r\n", "", "xy"},
+        {"no delimiter within the bound", "abcdefghijklmnop", false, 12, "", "TCP read limit", "mnop"},
+        {"the peer ends the stream", "GET /", true, 64, "GET /", "", ""},
+        {"the peer falls silent", "GET /", false, 64, "", "TCP read timeout", ""},
+    };
+    for (const Case& c : cases) {
+        LoopbackPeer peer(sending(c.sent, c.thenClose));
+        TCPSocket s;
+        connectTo(s, peer);
+        if (c.failure.empty()) {
+            EXPECT_EQ(text(s.readBoundedUpToString("\r\n\r\n", c.max, 5)), c.expected) << c.what;
+        } else {
+            EXPECT_EQ(failureOf([&] { s.readBoundedUpToString("\r\n\r\n", c.max, 0.3); }).first, c.failure)
+                << c.what;
+        }
+        if (!c.after.empty()) {
+            EXPECT_EQ(text(s.readData(c.after.size(), 5)), c.after) << c.what;
+        }
+    }
+}
+
 TEST(TCPSocketRead, TimeOutCountsPerWaitNotPerCall) {
     // Ten bytes, one every 0.1 s: the call takes about a second in all, but no
     // single wait comes near the half-second time-out.
