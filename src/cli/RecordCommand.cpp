@@ -97,9 +97,11 @@ void addRecordCommand(CLI::App& app, CommandRunner& runner) {
     cmd->add_flag("-q,--quiet", args->quiet, "No live status line");
     cmd->footer(
         "Shows one status line per connection and each connection's relay address. Stops on Ctrl-C,\n"
-        "after --for, or when every connection has stopped for good. Exits 1 when a stream could not\n"
-        "be reached, with the reason; exits 2 with a one-line reason on bad input (an unknown bookmark,\n"
-        "a malformed URL, a file that cannot be read or names no stream).");
+        "SIGTERM, after --for, or when every connection has stopped for good; everything received up\n"
+        "to then is written to the files. Then says why each connection ended. Exits 0 when every\n"
+        "connection ended by a stop, --for or the end of its stream; 1 when one could not be reached,\n"
+        "was lost, or could not write its files (a disk error, a disk almost full); 2 with a one-line\n"
+        "reason on bad input (an unknown bookmark, a malformed URL, a file that names no stream).");
     cmd->callback([args, &runner] { runner = [args] { return runRecord(*args); }; });
 }
 

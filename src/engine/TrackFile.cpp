@@ -1,13 +1,13 @@
 #include "engine/TrackFile.h"
 
 #include <fcntl.h>
-#include <stdio.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
 
 #include "engine/TrackName.h"
+#include "platform/AtomicFile.h"
 
 namespace quillon {
 
@@ -16,20 +16,6 @@ namespace {
 std::string numbered(const std::string& path, int copy) {
     std::filesystem::path p(path);
     return (p.parent_path() / numberedFileName(p.filename().string(), copy)).string();
-}
-
-// rename() that fails with EEXIST instead of replacing the target.
-bool renameNoReplace(const std::string& from, const std::string& to, int& error) {
-    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
-    error = errno;
-    if (error != EINVAL && error != ENOSYS) return false;
-    // File systems without the flag: a hard link claims the name exclusively.
-    if (::link(from.c_str(), to.c_str()) != 0) {
-        error = errno;
-        return false;
-    }
-    ::unlink(from.c_str());
-    return true;
 }
 
 }  // namespace
@@ -57,9 +43,8 @@ TrackFile::Opened TrackFile::openForAppending(const std::string& path) {
 std::string TrackFile::moveUnique(const std::string& from, const std::string& to) {
     for (int copy = 1; copy <= kMaxCopies; ++copy) {
         const std::string target = numbered(to, copy);
-        int error = 0;
-        if (renameNoReplace(from, target, error)) return target;
-        if (error != EEXIST) return from;
+        if (renameNoReplace(from, target)) return target;
+        if (errno != EEXIST) return from;
     }
     return from;
 }
