@@ -53,8 +53,11 @@ QLNBuffer::~QLNBuffer() {
 
 void QLNBuffer::retire(FileHandle file) {
     {
-        std::lock_guard lock(closeMutex_);
+        std::unique_lock lock(closeMutex_);
         if (!file.isOpen()) return;
+        // A bounded queue: titles that change faster than files reach the
+        // disk make the writer wait here rather than pile up open files.
+        closeWake_.wait(lock, [this] { return closing_.size() < kMaxClosing; });
         closing_.push_back(std::move(file));
         if (!closer_.joinable()) closer_ = std::thread([this] { closeLoop(); });
     }

@@ -19,7 +19,7 @@
 // (started at the first cut; `closeMutex_` guards its queue), so that the
 // reader does not wait for the disk at every cut. Every byte of the file is
 // written before it is handed over; destruction waits until every finished
-// file is flushed and closed.
+// file is flushed and closed. At most kMaxClosing files wait to be closed.
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
@@ -43,6 +43,8 @@ public:
     static constexpr std::int64_t kWriteSlack = 16384;
     // Room for one block beyond the delay line and a burst.
     static constexpr std::size_t kBlockAllowance = 65536;
+    // Finished files that may wait for the closer thread at once.
+    static constexpr std::size_t kMaxClosing = 8;
     // The ring's first size.
     static constexpr std::size_t kMinRing = 65536;
 
