@@ -8,6 +8,7 @@
 #include "platform/PlistCodec.h"
 #include "store/BookmarkFolder.h"
 #include "support/Process.h"
+#include "support/Terminal.h"
 
 namespace quillon {
 namespace {
@@ -144,6 +145,35 @@ TEST_F(CommandLine, PrefsGetSetList) {
     EXPECT_NE(json.out.find("\"_genres\": [\n    \"Jazz\",\n    \"Blues\",\n    \"Rock\"\n  ]"),
               std::string::npos);
     EXPECT_NE(quillon({"prefs", "list"}).out.find("reconnect = YES\n"), std::string::npos);
+}
+
+TEST_F(CommandLine, StoredTextsReachTheTerminalWithoutControlCharacters) {
+    const std::string hostile(test::kHostileTitle);
+    makeFolders(home_.file("Documents/QLN Bookmarks"));
+    PlistValue::Dictionary bookmark = {{"name", PlistValue(hostile)},
+                                       {"host", PlistValue("evil\x1b[2Jhost")},
+                                       {"port", PlistValue("8000")},
+                                       {"path", PlistValue("/\x07live")}};
+    ASSERT_TRUE(PlistCodec::writeXmlFile(bookmarkFile("Evil"), PlistValue(bookmark)));
+    makeFolders(home_.file("Library/Preferences"));
+    PlistValue::Dictionary prefs = {{"UserAgent name", PlistValue(hostile)},
+                                    {"_genres", PlistValue(PlistValue::Array{PlistValue(hostile)})}};
+    ASSERT_TRUE(
+        PlistCodec::writeXmlFile(home_.file("Library/Preferences/kv.vossen.qln.prf"), PlistValue(prefs)));
+
+    const std::vector<std::string> commands[] = {
+        {"bookmark", "list"},        {"bookmark", "show", "Evil"},
+        {"prefs", "list"},           {"prefs", "get", "UserAgent name"},
+        {"prefs", "get", "_genres"},
+    };
+    for (const auto& args : commands) {
+        auto result = quillon(args);
+        ASSERT_EQ(result.status, 0) << args[1] << ": " << result.err;
+        EXPECT_NE(result.out.find("Evil"), std::string::npos) << args[1] << " " << args.size();
+        EXPECT_FALSE(test::holdsControlCharacter(result.out)) << args[1] << ": " << result.out;
+    }
+    // Printing changed nothing on disk.
+    EXPECT_EQ(PlistCodec::readDictionaryFile(bookmarkFile("Evil"))->at("name"), PlistValue(hostile));
 }
 
 }  // namespace
