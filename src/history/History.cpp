@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "platform/DamagedFile.h"
 #include "platform/Home.h"
 #include "platform/Log.h"
 #include "platform/MainLoop.h"
@@ -65,7 +66,12 @@ void History::loadFromPath(const std::string& folder) {
             continue;
         }
         auto database = HistoryDatabase::databaseAtPath(file.string(), *date);
-        if (!database) continue;  // logged by the database
+        if (!database) {
+            // Logged by the database. Deliberate: the file goes aside rather
+            // than stay where the day's next addition would overwrite it.
+            DamagedFile::moveAside(file.string(), "not a history day file");
+            continue;
+        }
         std::string key = HistoryDatabase::keyFromDate(database->date());
         std::lock_guard lock(locked_);
         if (!dateStorage_.contains(key)) dateKeys_.push_back(key);

@@ -59,8 +59,9 @@ public:
 
     const std::string& folder() const { return folder_; }
 
-    // Adds every day file of the folder. Names that are no day key, and files
-    // that do not load, are logged and left out.
+    // Adds every day file of the folder. Names that are no day key are logged
+    // and left out; files that do not load are logged and moved aside
+    // (DamagedFile), so that a new day file cannot replace them.
     void loadFromPath(const std::string& folder);
     // Histories of earlier versions are archives in a format this system does
     // not read; the new history starts empty and the old file stays put.

@@ -147,6 +147,26 @@ TEST_F(CommandLine, PrefsGetSetList) {
     EXPECT_NE(quillon({"prefs", "list"}).out.find("reconnect = YES\n"), std::string::npos);
 }
 
+TEST_F(CommandLine, ADamagedSettingsFileIsKeptAndTheUserWarned) {
+    const std::string prefsFile = home_.file("Library/Preferences/kv.vossen.qln.prf");
+    makeFolders(home_.file("Library/Preferences"));
+    const std::string damaged = "<?xml version=\"1.0\"?><plist><dict><key>relayPort</key><string>91";
+    test::writeText(prefsFile, damaged);
+
+    auto list = quillon({"prefs", "list"});
+    EXPECT_EQ(list.status, 0) << list.err;
+    EXPECT_NE(list.out.find("_genres = Acid Jazz"), std::string::npos);  // the defaults
+    EXPECT_NE(list.err.find("Warning: " + prefsFile + " cannot be read"), std::string::npos) << list.err;
+    auto aside = list.err.find(prefsFile + ".damaged-");
+    ASSERT_NE(aside, std::string::npos);
+    const std::string asidePath = list.err.substr(aside, list.err.find(' ', aside) - aside);
+    EXPECT_EQ(test::readText(asidePath), damaged);
+
+    EXPECT_EQ(quillon({"prefs", "set", "relayPort", "9100"}).status, 0);
+    EXPECT_EQ(test::readText(asidePath), damaged);
+    EXPECT_EQ(PlistCodec::readDictionaryFile(prefsFile)->at("relayPort"), PlistValue("9100"));
+}
+
 TEST_F(CommandLine, StoredTextsReachTheTerminalWithoutControlCharacters) {
     const std::string hostile(test::kHostileTitle);
     makeFolders(home_.file("Documents/QLN Bookmarks"));
