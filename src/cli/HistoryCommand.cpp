@@ -270,6 +270,7 @@ int runRemove(const HistoryArgs& args) {
             status = 1;
         }
     }
+    if (!history->flush()) status = 1;  // a day file that could not be deleted (logged)
     for (const std::string& key : result.removedDays) std::printf("Removed day %s\n", key.c_str());
     for (const std::string& key : result.keptDays) std::printf("Kept day %s\n", key.c_str());
     if (result.removedItems > 0) std::printf("Removed %zu track(s)\n", result.removedItems);

@@ -7,6 +7,11 @@ namespace quillon {
 
 HistoryTrackLog::HistoryTrackLog(std::shared_ptr<History> history) : history_(std::move(history)) {}
 
+HistoryTrackLog::~HistoryTrackLog() {
+    std::lock_guard lock(mutex_);
+    if (history_) history_->flush();
+}
+
 History& HistoryTrackLog::history() {
     std::lock_guard lock(mutex_);
     if (!history_) history_ = History::history();
