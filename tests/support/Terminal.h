@@ -1,16 +1,14 @@
 #pragma once
-// What a terminal would take for a command rather than text: output checks of
-// commands that print stored or received titles.
-#include <cstddef>
+// Output checks of commands that print stored or received titles.
 #include <string_view>
 
 #include "platform/TextUtil.h"
 
 namespace quillon::test {
 
-// Whether the output holds a control character other than the tab and line end
-// that separate columns and lines: C0, DEL, or C1 (as UTF-8 or as a bare byte,
-// which decodes as itself).
+// Whether a terminal would take part of the output for a command: any C0
+// control but the tab and line end of the layout, DEL, or C1 (as UTF-8 or as a
+// bare byte, which decodes as itself).
 inline bool holdsControlCharacter(std::string_view out) {
     for (std::size_t i = 0; i < out.size();) {
         char32_t c = decodeUtf8(out, i);
@@ -19,11 +17,7 @@ inline bool holdsControlCharacter(std::string_view out) {
     return false;
 }
 
-// The escape sequences a hostile title carries: a window title, a screen clear
-// and the one-character CSI (U+009B).
-constexpr std::string_view kHostileTitle =
-    "\x1b]0;owned\x07"
-    "Evil Title\x1b[2J\xc2\x9b"
-    "31m";
+// A title that sets the window title, clears the screen and starts a CSI (U+009B).
+constexpr std::string_view kHostileTitle = "\x1b]0;owned\x07[Evil Title]\x1b[2J\xc2\x9b[31m";
 
 }  // namespace quillon::test
