@@ -95,6 +95,8 @@ void HistoryWriter::run() {
 
 bool HistoryWriter::write(const std::string& key, const DatabasePtr& day) {
     std::string path = joinPath(folder_, key + "." + HistoryDatabase::kExtension);
+    // Deliberate: failures are loud (a warning, also on stderr), not silent,
+    // since a day that is not on disk is a day the user will not find again.
     if (day) {
         if (save_(key, *day)) return true;
         Log::warn("Unable to save the history day {}", path);

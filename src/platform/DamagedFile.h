@@ -4,9 +4,9 @@
 // NAME.damaged-YYYYMMDD-HHMMSS in the same folder (local time; "-2", "-3", ...
 // added when that name is taken), with a warning naming both paths.
 //
-// Deliberate: the described loaders read such a file as empty and let the next
-// save replace it, which loses the user's settings or a day of history for one
-// damaged byte; here every loader of a file that is written back moves it aside.
+// Deliberate: reading such a file as empty and letting the next save replace it
+// would lose the user's settings or a day of history for one damaged byte, so
+// every loader of a file that is written back moves it aside first.
 //
 // Thread contract: stateless; any thread. The move never replaces a file, so
 // two movers of one file cannot destroy each other's copy.
