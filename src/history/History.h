@@ -75,7 +75,7 @@ public:
     // file written soon, then has the refresh handler run on the main thread.
     void addObjectToHistory(ItemPtr item);
     // Waits until every day file asked for so far is written; false when a
-    // write failed meanwhile (logged).
+    // write failed since the previous flush (logged).
     bool flush();
     // Adds without sorting or saving; end a batch with sortAndSaveAllHistoryItems.
     void addObjectManuallyToHistory(ItemPtr item);

@@ -56,9 +56,10 @@ void HistoryWriter::enqueue(const std::string& key, DatabasePtr day) {
 bool HistoryWriter::flush() {
     std::unique_lock lock(mutex_);
     const std::uint64_t asked = requests_;
-    const std::uint64_t failuresBefore = failures_;
     changed_.wait(lock, [&] { return oldestOutstanding() > asked; });
-    return failures_ == failuresBefore;
+    bool ok = failures_ == failuresReported_;
+    failuresReported_ = failures_;
+    return ok;
 }
 
 std::uint64_t HistoryWriter::oldestOutstanding() const {

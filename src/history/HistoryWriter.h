@@ -42,7 +42,7 @@ public:
     // since (its file replaces this one's anyway).
     void remove(const std::string& key, const DatabasePtr& day);
     // Waits until every day asked for before the call is written; false when
-    // a write failed meanwhile (each failure is logged).
+    // a write failed since the previous flush (each failure is logged).
     bool flush();
 
 private:
@@ -67,6 +67,7 @@ private:
     std::optional<Pending> current_;                                // being written; guarded by mutex_
     std::uint64_t requests_ = 0;                                    // guarded by mutex_
     std::uint64_t failures_ = 0;                                    // guarded by mutex_
+    std::uint64_t failuresReported_ = 0;                            // by flush; guarded by mutex_
     bool stopping_ = false;                                         // guarded by mutex_
     std::thread thread_;                                            // started by the first save, under mutex_
 };
