@@ -37,7 +37,8 @@ void RecentMenu::setArray(std::vector<RecentMenuItem> items) {
 void RecentMenu::updateMenu() { menu_.assign(subItems_.rbegin(), subItems_.rend()); }
 
 bool RecentMenu::loadFromFile() {
-    auto stored = PlistCodec::readArrayFile(path_);
+    // A list that cannot be read goes aside: the save at the end would replace it.
+    auto stored = PlistCodec::readStoredArray(path_);
     if (!stored) return false;
     std::vector<RecentMenuItem> items;
     for (const auto& value : *stored)

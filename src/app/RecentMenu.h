@@ -42,7 +42,8 @@ public:
     void updateMenu();
 
     // Replaces the list by the file's; false (list unchanged) when the file is
-    // missing or not a list of entries. Entries of another form are skipped.
+    // missing or not a list of entries, which is then moved aside (DamagedFile).
+    // Entries of another form are skipped.
     bool loadFromFile();
     bool saveToFile() const;
     const std::string& filePath() const { return path_; }

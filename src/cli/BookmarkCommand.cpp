@@ -120,7 +120,7 @@ void printRecord(const nlohmann::json& j) {
         } else {
             text = value.dump();
         }
-        std::printf("%s: %s\n", key.c_str(), text.c_str());
+        std::printf("%s: %s\n", key.c_str(), printable(text).c_str());
     }
 }
 
@@ -202,8 +202,8 @@ int runList(const BookmarkArgs& args) {
             j["entry"] = name;
             list.push_back(j);
         } else {
-            std::printf("%s\t%s:%s%s\n", name.c_str(), b.host().value_or("").c_str(),
-                        b.port().value_or("").c_str(), b.path().c_str());
+            std::printf("%s\t%s:%s%s\n", printable(name).c_str(), printable(b.host().value_or("")).c_str(),
+                        printable(b.port().value_or("")).c_str(), printable(b.path()).c_str());
         }
     }
     if (args.json) std::printf("%s\n", list.dump(2).c_str());

@@ -55,9 +55,12 @@ nlohmann::json itemRecord(const HistoryItem& item, std::size_t number) {
     return j;
 }
 
+// Titles and station names come from the stream as they were sent: printed,
+// their control characters are shown as U+FFFD (the stored text stays as is).
 void printItem(const HistoryItem& item, std::size_t number) {
     std::printf("%zu\t%s\t%s\t%s\t%s\t%s\n", number, item.time().c_str(), statusText(item).c_str(),
-                item.trackName().c_str(), item.radioName().c_str(), item.path().c_str());
+                printable(item.trackName()).c_str(), printable(item.radioName()).c_str(),
+                printable(item.path()).c_str());
 }
 
 nlohmann::json dayRecord(const std::string& key, const HistoryDatabase& day) {
@@ -172,7 +175,8 @@ int runAdd(const HistoryArgs& args) {
             j["day"] = key;
             list.push_back(j);
         } else {
-            std::printf("%s\t%s\t%s\n", key.c_str(), item->trackName().c_str(), item->path().c_str());
+            std::printf("%s\t%s\t%s\n", key.c_str(), printable(item->trackName()).c_str(),
+                        printable(item->path()).c_str());
         }
     }
     if (args.json) std::printf("%s\n", list.dump(2).c_str());
@@ -266,6 +270,7 @@ int runRemove(const HistoryArgs& args) {
             status = 1;
         }
     }
+    if (!history->flush()) status = 1;  // a day file that could not be deleted (logged)
     for (const std::string& key : result.removedDays) std::printf("Removed day %s\n", key.c_str());
     for (const std::string& key : result.keptDays) std::printf("Kept day %s\n", key.c_str());
     if (result.removedItems > 0) std::printf("Removed %zu track(s)\n", result.removedItems);

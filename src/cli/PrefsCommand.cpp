@@ -103,7 +103,8 @@ int runList(const PrefsArgs& args) {
         std::printf("%s\n", toJson(PlistValue(all)).dump(2).c_str());
         return 0;
     }
-    for (const auto& [key, value] : all) std::printf("%s = %s\n", key.c_str(), toText(value).c_str());
+    for (const auto& [key, value] : all)
+        std::printf("%s = %s\n", printable(key).c_str(), printable(toText(value)).c_str());
     return 0;
 }
 
@@ -119,10 +120,10 @@ int runGet(const PrefsArgs& args) {
         return 0;
     }
     if (value && value->isArray()) {
-        for (const PlistValue& item : *value->asArray()) std::printf("%s\n", item.text().c_str());
+        for (const PlistValue& item : *value->asArray()) std::printf("%s\n", printable(item.text()).c_str());
         return 0;
     }
-    std::printf("%s\n", prefs->getParam(args.key).c_str());
+    std::printf("%s\n", printable(prefs->getParam(args.key)).c_str());
     return 0;
 }
 
@@ -164,7 +165,7 @@ int runSet(const PrefsArgs& args) {
         std::fprintf(stderr, "quillon: cannot write %s\n", prefs->filePath().c_str());
         return 1;
     }
-    std::printf("%s = %s\n", args.key.c_str(), shown.c_str());
+    std::printf("%s = %s\n", printable(args.key).c_str(), printable(shown).c_str());
     return 0;
 }
 

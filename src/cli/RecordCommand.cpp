@@ -71,9 +71,11 @@ int runRecord(const RecordArgs& args) {
     }
     bookmarks = RecordSession::namedApart(bookmarks);
     for (const auto& bookmark : bookmarks)
-        std::fprintf(stderr, "Recording %s (%s:%s%s) into %s\n", bookmark->name().value_or("").c_str(),
-                     bookmark->host().value_or("").c_str(), bookmark->port().value_or("").c_str(),
-                     bookmark->path().c_str(), options.folder.c_str());
+        std::fprintf(stderr, "Recording %s (%s:%s%s) into %s\n",
+                     printable(bookmark->name().value_or("")).c_str(),
+                     printable(bookmark->host().value_or("")).c_str(),
+                     printable(bookmark->port().value_or("")).c_str(), printable(bookmark->path()).c_str(),
+                     options.folder.c_str());
     RecordSession session(options);
     return session.run(bookmarks);
 }

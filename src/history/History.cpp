@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "platform/DamagedFile.h"
 #include "platform/Home.h"
 #include "platform/Log.h"
 #include "platform/MainLoop.h"
@@ -42,13 +43,19 @@ std::shared_ptr<History> History::history() {
 }
 
 void History::resetShared() {
-    std::lock_guard lock(sharedMutex);
-    sharedHistory.reset();
+    std::shared_ptr<History> previous;
+    {
+        std::lock_guard lock(sharedMutex);
+        previous.swap(sharedHistory);
+    }
+    // The next history() reads the files: what the old one added must be there.
+    if (previous) previous->flush();
 }
 
 std::string History::defaultFolder() { return homePath(kFolder); }
 
-History::History(std::string folder) : folder_(std::move(folder)), refresh_(std::make_shared<Refresh>()) {}
+History::History(std::string folder, HistoryWriter::SaveFunction save)
+    : folder_(std::move(folder)), refresh_(std::make_shared<Refresh>()), writer_(folder_, std::move(save)) {}
 
 void History::loadFromPath(const std::string& folder) {
     std::vector<std::filesystem::path> files;
@@ -65,7 +72,12 @@ void History::loadFromPath(const std::string& folder) {
             continue;
         }
         auto database = HistoryDatabase::databaseAtPath(file.string(), *date);
-        if (!database) continue;  // logged by the database
+        if (!database) {
+            // Logged by the database. Deliberate: the file goes aside rather
+            // than stay where the day's next addition would overwrite it.
+            DamagedFile::moveAside(file.string(), "not a history day file");
+            continue;
+        }
         std::string key = HistoryDatabase::keyFromDate(database->date());
         std::lock_guard lock(locked_);
         if (!dateStorage_.contains(key)) dateKeys_.push_back(key);
@@ -95,10 +107,14 @@ void History::addObjectToHistory(ItemPtr item) {
         DatabasePtr day = dayForItem(*item, true);
         day->addObject(item);
         day->sortItems();
-        day->saveAtPath(folder_, HistoryDatabase::keyFromDate(day->date()));
+        // Deliberate: the day's file is written by the writer thread, not here
+        // under the lock, so that a title change never waits for the disk.
+        writer_.save(HistoryDatabase::keyFromDate(day->date()), day);
     }
     requestRefresh();
 }
+
+bool History::flush() { return writer_.flush(); }
 
 void History::addObjectManuallyToHistory(ItemPtr item) {
     if (!item) return;
@@ -107,12 +123,15 @@ void History::addObjectManuallyToHistory(ItemPtr item) {
 }
 
 void History::sortAndSaveAllHistoryItems() {
-    std::lock_guard lock(locked_);
-    std::sort(dateKeys_.begin(), dateKeys_.end());
-    for (const auto& [key, day] : dateStorage_) {
-        day->sortItems();
-        day->saveAtPath(folder_, key);
+    {
+        std::lock_guard lock(locked_);
+        std::sort(dateKeys_.begin(), dateKeys_.end());
+        for (const auto& [key, day] : dateStorage_) {
+            day->sortItems();
+            writer_.save(key, day);  // one writer, so no older copy of a day lands later
+        }
     }
+    writer_.flush();
 }
 
 std::vector<History::ItemPtr> History::addFiles(const std::vector<std::string>& paths) {
@@ -248,12 +267,16 @@ History::DeleteResult History::deleteItems() {
             result.keptDays.push_back(key);
             continue;
         }
-        removeDatabaseForDate(day->date());
-        std::lock_guard lock(locked_);
-        dateStorage_.erase(key);
-        dateKeys_.clear();
-        for (const auto& entry : dateStorage_) dateKeys_.push_back(entry.first);
-        std::sort(dateKeys_.begin(), dateKeys_.end());
+        {
+            std::lock_guard lock(locked_);
+            dateStorage_.erase(key);
+            dateKeys_.clear();
+            for (const auto& entry : dateStorage_) dateKeys_.push_back(entry.first);
+            std::sort(dateKeys_.begin(), dateKeys_.end());
+        }
+        // Deleted by the writer, after any write of the day still pending
+        // (which would otherwise bring the file back).
+        writer_.remove(key, day);
         result.removedDays.push_back(key);
     }
     return result;

@@ -1,15 +1,17 @@
 #pragma once
 // The whole recording history: every day database of the history folder, by
-// day key. Recording connections add their tracks as they go (the day's file is
-// saved at once) and ask whether a title was recorded before; the user
-// interface lists, filters and deletes, and adds MP3 files by hand.
+// day key. Recording connections add their tracks as they go and ask whether a
+// title was recorded before; the user interface lists, filters and deletes,
+// and adds MP3 files by hand. An addition is seen at once in memory; its day
+// file is written by the history's writer thread (HistoryWriter), and
+// destroying the history writes whatever is still pending.
 //
 // Thread contract: any thread. `locked_` guards the day keys, the day
-// dictionary and the filter result. Additions hold it for the whole addition,
-// saving of the day file included, so that additions from several recording
-// threads are written one after the other; every other member takes it only
-// to read or replace those lists, and never while a confirmation or refresh
-// callback runs. Day databases and items lock themselves.
+// dictionary and the filter result. Additions hold it only to file the item
+// and note its day for writing: no disk work happens under it, so a recording
+// thread never waits for the disk. Every other member takes it only to read or
+// replace those lists, and never while a confirmation or refresh callback
+// runs. Day databases and items lock themselves.
 #include <chrono>
 #include <functional>
 #include <map>
@@ -21,6 +23,7 @@
 
 #include "history/HistoryDatabase.h"
 #include "history/HistoryItem.h"
+#include "history/HistoryWriter.h"
 #include "platform/PlistValue.h"
 
 namespace quillon {
@@ -46,32 +49,38 @@ public:
     // The shared history of the home folder's history folder, created and
     // loaded on first use (the folder is created when missing).
     static std::shared_ptr<History> history();
-    // Forgets the shared instance, so that the next history() loads the
-    // current home folder afresh (tests).
+    // Forgets the shared instance (once its pending day files are written), so
+    // that the next history() loads the current home folder afresh (tests).
     static void resetShared();
     // home + kFolder.
     static std::string defaultFolder();
 
     // An empty history whose day files live in `folder`; nothing is loaded.
-    explicit History(std::string folder);
+    // `save` replaces the writing of a day file (tests).
+    explicit History(std::string folder, HistoryWriter::SaveFunction save = {});
     History(const History&) = delete;
     History& operator=(const History&) = delete;
 
     const std::string& folder() const { return folder_; }
 
-    // Adds every day file of the folder. Names that are no day key, and files
-    // that do not load, are logged and left out.
+    // Adds every day file of the folder. Names that are no day key are logged
+    // and left out; files that do not load are logged and moved aside
+    // (DamagedFile), so that a new day file cannot replace them.
     void loadFromPath(const std::string& folder);
     // Histories of earlier versions are archives in a format this system does
     // not read; the new history starts empty and the old file stays put.
     void importOldHistory();
 
-    // Adds the item to its day (created when new), sorts that day and saves its
-    // file, then has the refresh handler run on the main thread.
+    // Adds the item to its day (created when new), sorts that day and has its
+    // file written soon, then has the refresh handler run on the main thread.
     void addObjectToHistory(ItemPtr item);
+    // Waits until every day file asked for so far is written; false when a
+    // write failed since the previous flush (logged).
+    bool flush();
     // Adds without sorting or saving; end a batch with sortAndSaveAllHistoryItems.
     void addObjectManuallyToHistory(ItemPtr item);
-    // Sorts the day keys and each day's items, and saves every day file.
+    // Sorts the day keys and each day's items, and saves every day file
+    // (returning once they are written).
     void sortAndSaveAllHistoryItems();
     // Adds every file ending in ".mp3" among the paths (folders are searched
     // through), then sorts and saves all days once. Returns the items added.
@@ -94,9 +103,10 @@ public:
     void filter(const PlistValue::Dictionary& options);
     bool filtered() const;
 
-    // Marked days are deleted (file included) once the confirmation agrees;
-    // refused days keep all their items. Other days lose their marked items in
-    // memory only: their files are rewritten at their next save.
+    // Marked days are deleted once the confirmation agrees, their files by the
+    // writer thread after any write of them still pending (flush() waits for
+    // it); refused days keep all their items. Other days lose their marked
+    // items in memory only: their files are rewritten at their next save.
     DeleteResult deleteItems();
     // The question asked before a marked day goes; without one, days are kept.
     void setDeleteConfirmation(DeleteConfirmation confirm);
@@ -133,6 +143,9 @@ private:
     std::mutex confirmMutex_;
     DeleteConfirmation confirm_;  // guarded by confirmMutex_
     std::shared_ptr<Refresh> refresh_;
+    // Last: destroyed first, so that pending day files are written while the
+    // rest of the history still stands.
+    HistoryWriter writer_;
 };
 
 }  // namespace quillon

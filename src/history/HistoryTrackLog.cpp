@@ -7,6 +7,15 @@ namespace quillon {
 
 HistoryTrackLog::HistoryTrackLog(std::shared_ptr<History> history) : history_(std::move(history)) {}
 
+HistoryTrackLog::~HistoryTrackLog() {
+    std::shared_ptr<History> history;
+    {
+        std::lock_guard lock(mutex_);
+        history = history_;
+    }
+    if (history) history->flush();  // the additions of this connection are on disk
+}
+
 History& HistoryTrackLog::history() {
     std::lock_guard lock(mutex_);
     if (!history_) history_ = History::history();

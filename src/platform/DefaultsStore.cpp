@@ -47,8 +47,13 @@ void DefaultsStore::refresh() {
         values_.clear();
         return;
     }
-    // A corrupt file keeps what we had: better stale values than none.
-    if (auto dict = PlistCodec::readDictionaryFile(path_)) values_ = std::move(*dict);
+    if (auto dict = PlistCodec::readStoredDictionary(path_)) {
+        values_ = std::move(*dict);
+        return;
+    }
+    // A damaged file went aside (the next save writes a fresh one); what we
+    // had stays: better stale values than none.
+    stamp_ = stampOf(path_);
 }
 
 bool DefaultsStore::save() {

@@ -8,7 +8,8 @@
 // in memory only). Every write saves the file at once. The shared instance
 // follows the home folder: when $QUILLON_HOME changes (tests) it reads the store
 // of the new home. Any instance re-reads its file when another process has
-// replaced it since, so that `quillon serve` and a CLI command agree.
+// replaced it since, so that `quillon serve` and a CLI command agree. A file
+// that cannot be read is moved aside (DamagedFile), never overwritten.
 //
 // Thread contract: every member may be called from any thread; one mutex per
 // store guards its values and its file.

@@ -46,6 +46,11 @@ void Log::line(std::string_view text) {
     for (Capture* c : captures) c->add(text);
 }
 
+void Log::warning(std::string_view text) {
+    line(text);
+    if (!verboseOn) stderrLogger().info(text);
+}
+
 Log::Capture::Capture() {
     std::lock_guard lock(capturesMutex);
     captures.push_back(this);

@@ -1,6 +1,7 @@
 #pragma once
 // The system log: free text, one line per event, to syslog and (with --verbose)
-// to stderr. Any thread may log. Tests capture lines with Log::Capture.
+// to stderr. Warnings, which the user must not miss, go to stderr in any case.
+// Any thread may log. Tests capture lines with Log::Capture.
 #include <functional>
 #include <mutex>
 #include <string>
@@ -18,6 +19,14 @@ public:
     template <typename... Args>
     static void info(fmt::format_string<Args...> format, Args&&... args) {
         line(fmt::format(format, std::forward<Args>(args)...));
+    }
+
+    // A line that is also written on stderr when the log is not echoed there.
+    static void warning(std::string_view text);
+
+    template <typename... Args>
+    static void warn(fmt::format_string<Args...> format, Args&&... args) {
+        warning(fmt::format(format, std::forward<Args>(args)...));
     }
 
     // Echo log lines on stderr (the command line's --verbose).

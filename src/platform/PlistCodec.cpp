@@ -3,13 +3,19 @@
 #include <plist/plist.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <memory>
 #include <vector>
 
+#include <fmt/format.h>
+
 #include "platform/AtomicFile.h"
+#include "platform/DamagedFile.h"
+#include "platform/Home.h"
 #include "platform/TextUtil.h"
 
 namespace quillon {
@@ -364,6 +370,24 @@ bool safeForLibplist(std::string_view bytes, bool binary) {
     return binary ? BinaryObjects(bytes).safe() : xmlIsSafe(bytes);
 }
 
+// The root of a stored file when it has the kind wanted; a damaged file is moved aside.
+std::optional<PlistValue> readStored(const std::string& path, PlistValue::Kind kind) {
+    if (!fileExists(path)) return std::nullopt;
+    std::string failure;
+    if (auto bytes = readWholeFile(path); !bytes) {
+        failure = fmt::format("reading failed: {}", std::strerror(errno));
+    } else if (auto root = PlistCodec::decode(*bytes); !root) {
+        failure = "not a property list";
+    } else if (root->kind() != kind) {
+        failure = fmt::format("the root is a {}, not a {}", PlistValue::kindName(root->kind()),
+                              PlistValue::kindName(kind));
+    } else {
+        return root;
+    }
+    DamagedFile::moveAside(path, failure);
+    return std::nullopt;
+}
+
 }  // namespace
 
 Bytes PlistCodec::encodeXml(const PlistValue& value) {
@@ -418,6 +442,18 @@ std::optional<PlistValue::Array> PlistCodec::readArrayFile(const std::string& pa
     auto value = readFile(path);
     if (!value || !value->isArray()) return std::nullopt;
     return std::move(*value->asArray());
+}
+
+std::optional<PlistValue::Dictionary> PlistCodec::readStoredDictionary(const std::string& path) {
+    auto root = readStored(path, PlistValue::Kind::Dictionary);
+    if (!root) return std::nullopt;
+    return std::move(*root->asDictionary());
+}
+
+std::optional<PlistValue::Array> PlistCodec::readStoredArray(const std::string& path) {
+    auto root = readStored(path, PlistValue::Kind::Array);
+    if (!root) return std::nullopt;
+    return std::move(*root->asArray());
 }
 
 bool PlistCodec::writeXmlFile(const std::string& path, const PlistValue& value) {

@@ -35,6 +35,13 @@ public:
     static std::optional<PlistValue::Dictionary> readDictionaryFile(const std::string& path);
     static std::optional<PlistValue::Array> readArrayFile(const std::string& path);
 
+    // A stored file of ours, which a fresh file replaces when it cannot be read:
+    // a missing file gives nothing, quietly; one that exists but holds no
+    // property list with a root of that kind gives nothing too, after it was
+    // moved aside (DamagedFile), so that the fresh file destroys nothing.
+    static std::optional<PlistValue::Dictionary> readStoredDictionary(const std::string& path);
+    static std::optional<PlistValue::Array> readStoredArray(const std::string& path);
+
     // Writes the value as an XML property list, atomically.
     static bool writeXmlFile(const std::string& path, const PlistValue& value);
 };

@@ -43,7 +43,9 @@ std::string toLowerAscii(std::string_view text) {
     return out;
 }
 
-bool startsWith(std::string_view text, std::string_view prefix) { return text.substr(0, prefix.size()) == prefix; }
+bool startsWith(std::string_view text, std::string_view prefix) {
+    return text.substr(0, prefix.size()) == prefix;
+}
 
 bool endsWith(std::string_view text, std::string_view suffix) {
     return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
@@ -174,6 +176,30 @@ std::string base64Encode(std::string_view bytes) {
         out += alphabet[(v >> 12) & 63];
         out += alphabet[(v >> 6) & 63];
         out += '=';
+    }
+    return out;
+}
+
+std::string printable(std::string_view text) {
+    static constexpr std::string_view kReplacement = "\xEF\xBF\xBD";  // U+FFFD
+    std::string out;
+    out.reserve(text.size());
+    for (std::size_t i = 0; i < text.size();) {
+        std::size_t len = utf8SequenceLength(text, i);
+        if (len == 0) {
+            // A stray byte of 0x80-0x9F would be a C1 control to an 8-bit terminal.
+            out += kReplacement;
+            ++i;
+            continue;
+        }
+        std::size_t at = i;
+        char32_t c = decodeUtf8(text, at);
+        if (c < 0x20 || (c >= 0x7F && c <= 0x9F)) {
+            out += kReplacement;
+        } else {
+            out.append(text.substr(i, len));
+        }
+        i += len;
     }
     return out;
 }

@@ -37,4 +37,10 @@ std::string toUtf8(std::u32string_view text);
 
 std::string base64Encode(std::string_view bytes);
 
+// The text made safe to print on a terminal: C0 controls (tabs and line ends
+// included), DEL, C1 controls (U+0080-U+009F) and bytes that are no valid UTF-8
+// each become U+FFFD, so that a stored or received title can neither move the
+// cursor, retitle the window nor clear the screen. Everything else is kept.
+std::string printable(std::string_view text);
+
 }  // namespace quillon

@@ -235,6 +235,14 @@ bool AbstractResource::loadFromFile() {
     return true;
 }
 
+bool AbstractResource::loadStoredFile() {
+    auto dict = PlistCodec::readStoredDictionary(filePath_);
+    if (!dict) return false;
+    setContainer(std::move(*dict));
+    needsSave_ = false;
+    return true;
+}
+
 bool AbstractResource::renameFile(const std::string& newName) {
     std::string folder = std::filesystem::path(filePath_).parent_path().string();
     std::string newPath = folder + "/" + newName + "." + fileType();

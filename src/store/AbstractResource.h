@@ -146,6 +146,10 @@ public:
     // Replaces the dictionary by the file's (a dictionary root only) and clears
     // needsSave; on failure nothing changes.
     virtual bool loadFromFile();
+    // loadFromFile for a file that this resource alone writes back (the
+    // settings): one that exists but cannot be read is moved aside
+    // (DamagedFile) first, so that the next save cannot destroy it.
+    bool loadStoredFile();
     // Moves the file to folder/newName.type and records the new path, even when
     // the move fails; renaming to the current path is a successful no-op.
     bool renameFile(const std::string& newName);

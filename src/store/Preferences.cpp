@@ -35,7 +35,9 @@ std::shared_ptr<Preferences> Preferences::preferences() {
     auto prefs = std::make_shared<Preferences>();
     std::string path = homePath(kRelativePath);
     prefs->setFilePath(path);
-    if (!prefs->loadFromFile()) prefs->importOldPreferences();
+    // Deliberate: a damaged settings file is moved aside, not read as empty
+    // and then overwritten at the next save.
+    if (!prefs->loadStoredFile()) prefs->importOldPreferences();
     prefs->defaultValues();
     prefs->setFileType(std::filesystem::path(path).extension().string().substr(1));
     instance = prefs;

@@ -28,7 +28,8 @@ public:
     static constexpr const char* kGenresKey = "_genres";
 
     // The shared instance, loaded on first use (then the old settings file is
-    // tried, then defaults). Nothing is saved by creating it.
+    // tried, then defaults). Nothing is saved by creating it; a settings file
+    // that cannot be read is moved aside with a warning.
     static std::shared_ptr<Preferences> preferences();
     // Forgets the shared instance, so that the next preferences() reads the
     // settings of the current home folder afresh (tests).

@@ -7,6 +7,7 @@
 
 #include "HistoryTestSupport.h"
 #include "support/Process.h"
+#include "support/Terminal.h"
 
 namespace quillon::test {
 namespace {
@@ -108,6 +109,27 @@ TEST_F(HistoryCommand, SearchMatchesTrackAndStationInAnyCase) {
     auto none = quillon({"history", "search", "opera", "--json"});
     EXPECT_EQ(none.status, 0);
     EXPECT_TRUE(nlohmann::json::parse(none.out).empty());
+}
+
+TEST_F(HistoryCommand, TitlesReachTheTerminalWithoutTheirControlCharacters) {
+    const std::string title(kHostileTitle);
+    {
+        History history(historyFolder_);
+        history.addObjectToHistory(makeItem(title, "Radio\x1b[H", localDate(2008, 7, 7, 12), true));
+    }
+    for (const std::vector<std::string>& args :
+         {std::vector<std::string>{"history", "list", "--day", "2008_07_07"},
+          {"history", "search", "evil"}}) {
+        auto result = quillon(args);
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_NE(result.out.find("Evil Title"), std::string::npos) << args[1];
+        EXPECT_FALSE(holdsControlCharacter(result.out)) << args[1] << ": " << result.out;
+    }
+    // Only the printing changed: the day file keeps the title as it was received.
+    auto day =
+        HistoryDatabase::databaseAtPath(historyFolder_ + "/2008_07_07.historyDB", localDate(2008, 7, 7));
+    ASSERT_NE(day, nullptr);
+    EXPECT_EQ(day->objectAtIndex(0)->trackName(), title);
 }
 
 TEST_F(HistoryCommand, AddEntersMp3FilesByHand) {

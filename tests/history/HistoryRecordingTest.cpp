@@ -14,15 +14,16 @@
 namespace quillon::test {
 namespace {
 
-// The history log of a connection that reads the day file back right after
-// each addition (on the connection's thread, where the addition runs) and keeps
-// what it said about the added item.
+// The history log of a connection that reads the day file back as soon as each
+// addition is written (on the connection's thread, where the addition runs) and
+// keeps what it said about the added item.
 class WatchedLog : public HistoryTrackLog {
 public:
     explicit WatchedLog(std::shared_ptr<History> history) : HistoryTrackLog(history), history_(history) {}
 
     void add(std::shared_ptr<TrackHistoryEntry> entry) override {
         HistoryTrackLog::add(entry);
+        EXPECT_TRUE(history_->flush());
         auto date = *std::dynamic_pointer_cast<HistoryItem>(entry)->calDate();
         auto day = HistoryDatabase::databaseAtPath(history_->databasePathForDate(date), date);
         std::lock_guard lock(mutex_);

@@ -90,17 +90,21 @@ TEST_F(DefaultsStoreTest, SeesChangesOtherProcessesMake) {
     EXPECT_EQ(store.stringForKey("k"), "theirs");
 }
 
-TEST_F(DefaultsStoreTest, CorruptFileLeavesMemoryAndDiskAlone) {
+TEST_F(DefaultsStoreTest, CorruptFileGoesAsideAndMemoryStays) {
     DefaultsStore store(file_);
     store.setObject(PlistValue("kept"), "k");
     const std::string garbage = "<?xml version=\"1.0\"?><plist><dict><key>k</key><string>tru";
     test::writeText(file_, garbage);
     EXPECT_EQ(store.stringForKey("k"), "kept");
-    EXPECT_EQ(test::readText(file_), garbage);
+    EXPECT_FALSE(std::filesystem::exists(file_));
+    EXPECT_EQ(test::countEntries(folder_), 1u);  // the damaged file, under another name
 
     // A file whose root is an array is no store either.
     ASSERT_TRUE(PlistCodec::writeXmlFile(file_, PlistValue(PlistValue::Array{PlistValue("x")})));
     EXPECT_EQ(store.stringForKey("k"), "kept");
+    EXPECT_EQ(test::countEntries(folder_), 2u);
+    EXPECT_TRUE(store.setObject(PlistValue("new"), "n"));
+    EXPECT_EQ(PlistCodec::readDictionaryFile(file_)->size(), 2u);
 }
 
 TEST_F(DefaultsStoreTest, SharedStoreFollowsTheHomeFolder) {

@@ -11,8 +11,15 @@ TEST(TextUtilTest, LeadingIntegerReading) {
     struct Case {
         const char* text;
         std::int32_t value;
-    } cases[] = {{"42", 42}, {"  -7x", -7}, {"+3", 3}, {"abc", 0}, {"", 0}, {"12:30", 12},
-                 {"99999999999", 2147483647}, {"-99999999999", -2147483647 - 1}, {"8000/", 8000}};
+    } cases[] = {{"42", 42},
+                 {"  -7x", -7},
+                 {"+3", 3},
+                 {"abc", 0},
+                 {"", 0},
+                 {"12:30", 12},
+                 {"99999999999", 2147483647},
+                 {"-99999999999", -2147483647 - 1},
+                 {"8000/", 8000}};
     for (const auto& c : cases) EXPECT_EQ(intValue(c.text), c.value) << c.text;
 }
 
@@ -39,6 +46,18 @@ TEST(TextUtilTest, Base64MatchesTheStandardAlphabetWithPadding) {
     EXPECT_EQ(base64Encode("fo"), "Zm8=");
     EXPECT_EQ(base64Encode("foo"), "Zm9v");
     EXPECT_EQ(base64Encode("user:pass"), "dXNlcjpwYXNz");
+}
+
+TEST(TextUtilTest, PrintableReplacesEveryControlAndKeepsTheRest) {
+    const std::string r = "\xEF\xBF\xBD";  // U+FFFD
+    const std::pair<std::string, std::string> cases[] = {
+        {"Bj\xc3\xb6rk \xe2\x82\xac \xf0\x9f\x8e\xb5", "Bj\xc3\xb6rk \xe2\x82\xac \xf0\x9f\x8e\xb5"},
+        {"\x1b]0;owned\x07Title\x1b[2J", r + "]0;owned" + r + "Title" + r + "[2J"},  // window title, clear
+        {std::string("a\0\t\r\nb\x7f", 7), "a" + r + r + r + r + "b" + r},           // C0 and DEL
+        {"csi\xc2\x9b[31m nbsp\xc2\xa0", "csi" + r + "[31m nbsp\xc2\xa0"},           // C1 as UTF-8
+        {"raw\x9b[31m cut\xe2\x82", "raw" + r + "[31m cut" + r + r},                 // bytes of no UTF-8
+    };
+    for (const auto& [text, shown] : cases) EXPECT_EQ(printable(text), shown) << text;
 }
 
 TEST(LocalizationTest, StringsFileParsingAndDefaults) {

@@ -10,6 +10,7 @@
 #include "platform/PlistCodec.h"
 #include "store/BookmarkFolder.h"
 #include "support/Process.h"
+#include "support/Terminal.h"
 
 namespace quillon {
 namespace {
@@ -241,6 +242,46 @@ TEST_F(CommandLine, PrefsGetSetList) {
     EXPECT_NE(json.out.find("\"_genres\": [\n    \"Jazz\",\n    \"Blues\",\n    \"Rock\"\n  ]"),
               std::string::npos);
     EXPECT_NE(quillon({"prefs", "list"}).out.find("reconnect = YES\n"), std::string::npos);
+}
+
+TEST_F(CommandLine, ADamagedSettingsFileIsKeptAndTheUserWarned) {
+    const std::string prefsFile = home_.file("Library/Preferences/kv.vossen.qln.prf");
+    makeFolders(home_.file("Library/Preferences"));
+    const std::string damaged = "<?xml version=\"1.0\"?><plist><dict><key>relayPort</key><string>91";
+    test::writeText(prefsFile, damaged);
+    auto list = quillon({"prefs", "list"});
+    EXPECT_EQ(list.status, 0) << list.err;
+    EXPECT_NE(list.out.find("_genres = Acid Jazz"), std::string::npos);  // the defaults
+    EXPECT_NE(list.err.find("Warning: " + prefsFile + " cannot be read"), std::string::npos) << list.err;
+    auto aside = list.err.find(prefsFile + ".damaged-");
+    ASSERT_NE(aside, std::string::npos);
+    EXPECT_EQ(test::readText(list.err.substr(aside, list.err.find(' ', aside) - aside)), damaged);
+}
+
+TEST_F(CommandLine, StoredTextsReachTheTerminalWithoutControlCharacters) {
+    const PlistValue hostile{std::string(test::kHostileTitle)};
+    makeFolders(home_.file("Documents/QLN Bookmarks"));
+    makeFolders(home_.file("Library/Preferences"));
+    ASSERT_TRUE(PlistCodec::writeXmlFile(
+        bookmarkFile("Evil"),
+        PlistValue(PlistValue::Dictionary{
+            {"name", hostile}, {"host", PlistValue("h\x1b[2J")}, {"path", PlistValue("/\x07")}})));
+    ASSERT_TRUE(PlistCodec::writeXmlFile(
+        home_.file("Library/Preferences/kv.vossen.qln.prf"),
+        PlistValue(PlistValue::Dictionary{{"UserAgent name", hostile},
+                                          {"_genres", PlistValue(PlistValue::Array{hostile})}})));
+    const std::vector<std::string> commands[] = {{"bookmark", "list"},
+                                                 {"bookmark", "show", "Evil"},
+                                                 {"prefs", "list"},
+                                                 {"prefs", "get", "UserAgent name"},
+                                                 {"prefs", "get", "_genres"}};
+    for (const auto& args : commands) {
+        auto result = quillon(args);
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_NE(result.out.find("Evil"), std::string::npos) << args[1];
+        EXPECT_FALSE(test::holdsControlCharacter(result.out)) << args[1] << ": " << result.out;
+    }
+    EXPECT_EQ(PlistCodec::readDictionaryFile(bookmarkFile("Evil"))->at("name"), hostile);  // stored as is
 }
 
 }  // namespace

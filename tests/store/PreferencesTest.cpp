@@ -99,7 +99,7 @@ TEST(Preferences, OldSettingsOnlyWhenThereIsNoFile) {
     EXPECT_EQ(prefs->genres().size(), 24u);  // defaults fill what the file lacks
 }
 
-TEST(Preferences, CorruptFileIsLeftAsItIs) {
+TEST(Preferences, CorruptFileIsMovedAsideNotOverwritten) {
     ScopedHome home;
     std::filesystem::create_directories(home.file("Library/Preferences"));
     const std::string garbage = "<?xml version=\"1.0\"?>\n<plist version=\"1.0\"><dict><key>relayPort";
@@ -107,7 +107,14 @@ TEST(Preferences, CorruptFileIsLeftAsItIs) {
     auto prefs = Preferences::preferences();
     EXPECT_EQ(prefs->getParam("relayPort"), "");
     EXPECT_EQ(prefs->genres().size(), 24u);
-    EXPECT_EQ(test::readText(home.file(Preferences::kRelativePath)), garbage);
+    EXPECT_FALSE(std::filesystem::exists(home.file(Preferences::kRelativePath)));
+    ASSERT_TRUE(prefs->saveToFile());
+    std::vector<std::string> aside;
+    for (const auto& entry : std::filesystem::directory_iterator(home.file("Library/Preferences"))) {
+        if (entry.path().filename() != "kv.vossen.qln.prf") aside.push_back(entry.path().string());
+    }
+    ASSERT_EQ(aside.size(), 1u);
+    EXPECT_EQ(test::readText(aside[0]), garbage);
 }
 
 TEST(Preferences, SupportFoldersAreCreated) {
