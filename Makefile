@@ -4,10 +4,14 @@
 # players and servers in threads, and a loaded two-core machine can starve one.
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
+FUZZ_BUILD ?= build-fuzz
+FUZZ_SECONDS ?= 60
+# Every fuzz/<Name>Fuzzer.cpp is a target (its CMake line is in fuzz/CMakeLists.txt).
+FUZZ_TARGETS ?= $(patsubst fuzz/%Fuzzer.cpp,%,$(wildcard fuzz/*Fuzzer.cpp))
 JOBS       ?= $(shell nproc)
 CMAKE_ARGS ?=
 
-.PHONY: deps build run test test-fast test-asan format clean bench-relay bench-record
+.PHONY: deps build run test test-fast test-asan format clean bench-relay bench-record fuzz-deps fuzz
 
 deps:
 	scripts/install-deps
@@ -31,7 +35,7 @@ test-asan: deps
 test: test-fast test-asan
 
 format:
-	find src tests tools bench -name '*.cpp' -o -name '*.h' | xargs clang-format -i
+	find src tests tools bench fuzz -name '*.cpp' -o -name '*.h' | xargs clang-format -i
 
 # Relay CPU, memory and listener rates beside streamripper's relay (about 8 minutes;
 # not part of `make test`). BENCH_ARGS=--quick for a short try-out.
@@ -43,5 +47,17 @@ bench-relay:
 bench-record:
 	python3 bench/record/run.py $(BENCH_ARGS)
 
+# libFuzzer targets for the parsers of untrusted bytes, built with clang, each run
+# for FUZZ_SECONDS on a copy of its seed corpus (not part of `make test`; see
+# docs/robustness.md).
+fuzz-deps:
+	scripts/install-fuzz-deps
+
+fuzz: deps fuzz-deps
+	cmake -S . -B $(FUZZ_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ \
+		-DQUILLON_FUZZ=ON -DQUILLON_TESTS=OFF $(CMAKE_ARGS)
+	cmake --build $(FUZZ_BUILD) -j $(JOBS) --target quillon_fuzzers
+	scripts/run-fuzzers $(FUZZ_BUILD) $(FUZZ_SECONDS) $(FUZZ_TARGETS)
+
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)

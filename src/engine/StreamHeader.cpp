@@ -62,6 +62,14 @@ int StreamHeader::parseHeader(std::span<const std::uint8_t> header) {
     url_ = textFromWire(valueOr(urlKey));
     bitRate_ = intValue(valueOr(rateKey));
     metaInt_ = intValue(valueOr("icy-metaint:"));
+    if (metaInt_ < 0 || metaInt_ > kMaxMetaInt) {
+        // Deliberate: refused rather than kept as sent, because the connection
+        // sizes its read buffer by it; "-5" or "2147483647" would have it
+        // allocate gigabytes on a server's word.
+        error_ = true;
+        errorType_ = "Bad meta interval";
+        metaInt_ = 0;
+    }
     hasMeta_ = metaInt_ > 0;
     return static_cast<int>(streamInfos_.size());
 }

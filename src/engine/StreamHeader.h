@@ -19,6 +19,9 @@ namespace quillon {
 
 class StreamHeader : public VoObject {
 public:
+    // The longest meta interval accepted, in bytes (servers send 8192 to 65536).
+    static constexpr int kMaxMetaInt = 1 << 20;
+
     StreamHeader();
 
     // Parses the header bytes (up to and including the blank line) and returns
@@ -49,9 +52,12 @@ public:
     const std::string& genre() const { return genre_; }
     const std::string& url() const { return url_; }
     void setStationURL(std::string url) { url_ = std::move(url); }
-    // kbit/s; a stored value above 320 reads as 128.
-    int bitRate() const { return bitRate_ > 320 ? 128 : bitRate_; }
+    // kbit/s; a stored value above 320 reads as 128. Deliberate: so does a
+    // negative one, because the delay line is sized by the bit rate.
+    int bitRate() const { return bitRate_ > 320 || bitRate_ < 0 ? 128 : bitRate_; }
     void setBitRate(int bitRate) { bitRate_ = bitRate; }
+    // 0 without metadata; a value outside 0..kMaxMetaInt makes the header an
+    // error ("Bad meta interval") and reads as 0.
     int metaInt() const { return metaInt_; }
     bool hasMeta() const { return hasMeta_; }
 

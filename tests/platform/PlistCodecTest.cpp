@@ -226,6 +226,9 @@ TEST(PlistCodec, HostileStructuresAreRefused) {
     EXPECT_FALSE(PlistCodec::decode(binaryList({arrayOf({1}), arrayOf({0})})).has_value());  // a loop
     EXPECT_FALSE(PlistCodec::decode(binaryList({arrayOf({7})})).has_value());                // no object 7
     EXPECT_FALSE(PlistCodec::decode(binaryList({{0x53, 'a', 0, 'b'}})).has_value());  // NUL in a string
+    // libplist asserts on a dictionary key whose UTF-16 text holds a NUL unit.
+    EXPECT_FALSE(
+        PlistCodec::decode(binaryList({{0xD1, 0, 1, 0, 2}, {0x62, 0, 'a', 0, 0}, {0x10, 5}})).has_value());
 }
 
 class PlistFiles : public ::testing::Test {

@@ -1,0 +1,3 @@
+[playlist]
+File1=http://host.example:8000junk/
+Title1=Junk
