@@ -21,8 +21,6 @@ namespace quillon {
 class IcyDemuxer {
 public:
     static constexpr std::size_t kLookahead = 16384;
-    // Meta intervals outside 1..kMaxMetaInt are refused before a demuxer is made.
-    static constexpr std::size_t kMaxMetaInt = 65536;
 
     enum class Metadata {
         None,   // the stream carries no metadata

@@ -29,30 +29,6 @@ constexpr int kMaxAttempts = 10;
 constexpr int kMaxRedirects = 10;
 const char* const kDiskError = "Disk error";
 
-// The meta interval as the header gives it: 0 (no metadata) when absent;
-// nothing when it is not a whole number within 0..65536. Deliberate bound: a
-// huge or negative interval would have the connection allocate gigabytes.
-std::optional<std::size_t> checkedMetaInt(const StreamHeader& header) {
-    auto text = header.getValueForKey("icy-metaint:");
-    if (!text) return 0;
-    std::string_view value = *text;
-    while (!value.empty() && (value.front() == ' ' || value.front() == '\t')) value.remove_prefix(1);
-    while (!value.empty() && (value.back() == ' ' || value.back() == '\t')) value.remove_suffix(1);
-    if (value.empty() || value.size() > 6 || value.find_first_not_of("0123456789") != std::string_view::npos)
-        return std::nullopt;
-    auto n = static_cast<std::size_t>(std::stoul(std::string(value)));
-    if (n > IcyDemuxer::kMaxMetaInt) return std::nullopt;
-    return n;
-}
-
-// A header value as a log line may show it: at most 32 bytes, no controls.
-std::string shownValue(std::string_view value) {
-    std::string out(value.substr(0, 32));
-    for (char& c : out)
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = '?';
-    return out;
-}
-
 // The port of a redirection's address: its own, else the scheme's.
 std::string redirectPort(const Url& url) {
     if (url.port) return std::to_string(*url.port);
@@ -657,18 +633,11 @@ int Ripper::connect(TCPSocket& socket) {
         std::lock_guard info(infoMutex_);
         streamHeader_ = parsed;
     }
-    if (parsed.error()) {
-        Log::line(parsed.errorType());
-        return -1;
-    }
-    auto metaInt = checkedMetaInt(parsed);
-    if (!metaInt) {
-        throw NamedException("Server Error",
-                             fmt::format("Invalid meta interval: {}",
-                                         shownValue(parsed.getValueForKey("icy-metaint:").value_or(""))));
-    }
+    // A refusal names its reason ("Not found", "Invalid meta interval: -1").
+    if (parsed.error()) throw NamedException("Server Error", parsed.errorType());
     titleSource_ = services_.makeTitleSource ? services_.makeTitleSource(*this, logHeader()) : nullptr;
-    setValues(static_cast<unsigned>(*metaInt), *metaInt > 0, Recording, static_cast<unsigned>(parsed.bitRate()));
+    setValues(static_cast<unsigned>(parsed.metaInt()), parsed.hasMeta(), Recording,
+              static_cast<unsigned>(parsed.bitRate()));
 
     std::size_t want = bufferSize_ + IcyDemuxer::kLookahead;
     readScratch_.resize(want);

@@ -61,17 +61,36 @@ int StreamHeader::parseHeader(std::span<const std::uint8_t> header) {
     genre_ = textFromWire(valueOr(genreKey));
     url_ = textFromWire(valueOr(urlKey));
     bitRate_ = intValue(valueOr(rateKey));
-    metaInt_ = intValue(valueOr("icy-metaint:"));
-    if (metaInt_ < 0 || metaInt_ > kMaxMetaInt) {
+    if (auto metaInt = checkedMetaInt(valueOr("icy-metaint:"))) {
+        metaInt_ = *metaInt;
+    } else {
         // Deliberate: refused rather than kept as sent, because the connection
-        // sizes its read buffer by it; "-5" or "2147483647" would have it
-        // allocate gigabytes on a server's word.
+        // sizes its buffers by it; "-5" or "2147483648" would have it allocate
+        // gigabytes on a server's word.
+        if (!error_) errorType_ = "Invalid meta interval: " + shownValue(valueOr("icy-metaint:"));
         error_ = true;
-        errorType_ = "Bad meta interval";
         metaInt_ = 0;
     }
     hasMeta_ = metaInt_ > 0;
     return static_cast<int>(streamInfos_.size());
+}
+
+std::optional<int> StreamHeader::checkedMetaInt(std::string_view value) {
+    while (!value.empty() && (value.front() == ' ' || value.front() == '\t')) value.remove_prefix(1);
+    while (!value.empty() && (value.back() == ' ' || value.back() == '\t')) value.remove_suffix(1);
+    if (value.empty()) return 0;  // no such line: no metadata
+    if (value.size() > 6 || value.find_first_not_of("0123456789") != std::string_view::npos)
+        return std::nullopt;
+    const int n = intValue(value);
+    if (n > kMaxMetaInt) return std::nullopt;
+    return n;
+}
+
+std::string StreamHeader::shownValue(std::string_view value) {
+    std::string out(value.substr(0, 32));
+    for (char& c : out)
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = '?';
+    return out;
 }
 
 std::optional<std::string> StreamHeader::getValueForKey(std::string_view key) const {

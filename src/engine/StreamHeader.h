@@ -20,7 +20,11 @@ namespace quillon {
 class StreamHeader : public VoObject {
 public:
     // The longest meta interval accepted, in bytes (servers send 8192 to 65536).
-    static constexpr int kMaxMetaInt = 1 << 20;
+    static constexpr int kMaxMetaInt = 65536;
+
+    // A meta interval text as a whole number within 0..kMaxMetaInt (blanks
+    // around it allowed; none at all is 0); nothing for anything else. Pure.
+    static std::optional<int> checkedMetaInt(std::string_view value);
 
     StreamHeader();
 
@@ -56,12 +60,16 @@ public:
     // negative one, because the delay line is sized by the bit rate.
     int bitRate() const { return bitRate_ > 320 || bitRate_ < 0 ? 128 : bitRate_; }
     void setBitRate(int bitRate) { bitRate_ = bitRate; }
-    // 0 without metadata; a value outside 0..kMaxMetaInt makes the header an
-    // error ("Bad meta interval") and reads as 0.
+    // 0 without metadata; a value that is not a whole number within
+    // 0..kMaxMetaInt makes the header an error ("Invalid meta interval: ...")
+    // and reads as 0.
     int metaInt() const { return metaInt_; }
     bool hasMeta() const { return hasMeta_; }
 
 private:
+    // At most 32 bytes of a server's value, control characters as "?", for a log line.
+    static std::string shownValue(std::string_view value);
+
     std::string valueOr(std::string_view key) const;
     void updateError();
     void updateServerType();
