@@ -32,7 +32,19 @@ struct HistoryArgs {
 // A day key as typed ("2008_07_05", also "2008_7_5"), in its stored form.
 std::string checkedDay(const std::string& text) {
     auto date = HistoryDatabase::dateFromKey(text);
-    if (!date) throw UsageError("not a day: '" + text + "' (expected YYYY_MM_DD)");
+    // A day that the calendar would roll over (2020_13_45) is no day either:
+    // its key, read back, names another day.
+    auto numbers = [](const std::string& key) {
+        std::vector<int> out;
+        for (std::size_t at = 0; at <= key.size();) {
+            std::size_t end = std::min(key.find('_', at), key.size());
+            out.push_back(intValue(std::string_view(key).substr(at, end - at)));
+            at = end + 1;
+        }
+        return out;
+    };
+    if (!date || numbers(HistoryDatabase::keyFromDate(*date)) != numbers(text))
+        throw UsageError("not a day: '" + printable(text) + "' (expected YYYY_MM_DD)");
     return HistoryDatabase::keyFromDate(*date);
 }
 

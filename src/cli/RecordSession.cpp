@@ -17,6 +17,7 @@
 #include "platform/Home.h"
 #include "platform/InterruptWatcher.h"
 #include "platform/MainLoop.h"
+#include "platform/TextUtil.h"
 #include "store/Bookmark.h"
 #include "store/Preferences.h"
 
@@ -118,15 +119,17 @@ void RecordSession::eraseStatusLines() {
 
 void RecordSession::message(const std::string& text) {
     eraseStatusLines();
-    std::fprintf(stderr, "%s\n", text.c_str());
+    std::fprintf(stderr, "%s\n", printable(text).c_str());
     std::fflush(stderr);
 }
 
 void RecordSession::drawStatusLines(bool final) {
     if (!options_.statusLine || !controller_) return;
     const std::size_t rows = controller_->numberOfRows();
+    // Titles come from the server: their control characters (escape
+    // sequences that retitle or clear the terminal) are shown, not obeyed.
     auto named = [&](const Ripper& c, const std::string& text) {
-        return rows > 1 ? c.connName() + ": " + text : text;
+        return printable(rows > 1 ? c.connName() + ": " + text : text);
     };
     if (!tty_) {
         // Into a log or a pipe: one line per change of status, no redrawing.
@@ -264,7 +267,7 @@ int RecordSession::run(const std::vector<std::shared_ptr<Bookmark>>& bookmarks) 
     controller_.reset();  // ends every connection
     interrupts_.reset();
 
-    for (const auto& end : ends) std::fprintf(stderr, "Ended: %s\n", end.c_str());
+    for (const auto& end : ends) std::fprintf(stderr, "Ended: %s\n", printable(end).c_str());
     for (const auto& where : failed)
         std::fprintf(stderr, "quillon: could not record %s: %s\n", where.c_str(),
                      reason.empty() ? "no connection" : reason.c_str());

@@ -127,5 +127,29 @@ TEST(RecordFaultTest, ASignalStopKeepsTheHeldAudioAndAKillLeavesAnIntactFile) {
     }
 }
 
+TEST(RecordFaultTest, TitlesCannotDriveTheTerminalOrNameFilesWithControls) {
+    // A new title every block; then the station goes quiet but stays, so
+    // that the status lines (drawn every half second) show the last one.
+    StationOptions options = counterStation(StationRate::max);
+    options.titles = {"Evil\x1b]0;pwned\x07 - One", "Clear\x1b[2J - Two"};
+    options.titleEvery = 8000;
+    options.closeAfter = 8000 * 8;
+    options.holdOpen = true;
+    Station station(options);
+    station.start();
+    fs::path folder = testFolder("escapes");
+    ProcessResult result =
+        runProcess({QUILLON_BINARY, "record", station.url(), "--to", folder.string(), "--for", "2s"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    // Not a terminal: one status line per change.
+    EXPECT_NE(result.err.find("Recording : "), std::string::npos) << result.err;
+    for (char control : {'\x1b', '\x07'}) EXPECT_EQ(result.err.find(control), std::string::npos) << result.err;
+    auto files = mp3Files(folder);
+    EXPECT_GE(files.size(), 2u) << result.err;
+    for (const auto& file : files)
+        for (char c : file.filename().string())
+            EXPECT_FALSE(static_cast<unsigned char>(c) < 0x20 || c == 0x7f) << file;
+}
+
 }  // namespace
 }  // namespace quillon::test

@@ -195,7 +195,8 @@ TEST_F(CommandLine, BadInputExitsTwoWithOneLine) {
         {"prefs", "set", "relayPort", "abc"},
         {"prefs", "set", "chunkSize", "-1"},
         {"prefs", "get"},
-        {"history", "list", "--day", "yesterday"}};
+        {"history", "list", "--day", "yesterday"},
+        {"history", "list", "--day", "2020_13_45"}};
     for (const auto& args : cases) {
         auto result = quillon(args);
         std::string shownArgs;
