@@ -35,7 +35,6 @@ std::string redirectPort(const Url& url) {
     return url.scheme.value_or("") == "https" ? "443" : "80";
 }
 
-Preferences& prefs() { return *Preferences::preferences(); }
 }  // namespace
 
 Ripper::Ripper(RipperOwner& owner, const Bookmark& bookmark, bool relayOnly, bool autoListen,
@@ -64,6 +63,7 @@ void Ripper::joinThread() {
 
 void Ripper::start() {
     joinThread();
+    settings_ = ConnectionSettings::fromPreferences(*Preferences::preferences());
     off_ = false;
     errorCount_ = 0;
     endReason_ = EndReason::None;
@@ -334,17 +334,17 @@ std::string Ripper::logHeader() const {
     params.port = bookmark_->port().value_or("");
     params.path = bookmark_->path();
     params.authentication = bookmark_->authentication();
-    params.proxyOn = prefs().getState("proxyOn");
-    params.userAgent = prefs().getParam("UserAgent name");
+    params.proxyOn = settings_.proxyOn;
+    params.userAgent = settings_.userAgent;
     return quillon::logHeader(params);
 }
 
 // ---- connection thread -----------------------------------------------------
 
 void Ripper::startRipping(std::shared_ptr<TCPSocket> socket) {
-    const bool proxyOn = prefs().getState("proxyOn");
-    const std::string proxyHost = prefs().getParam("proxyHost");
-    const std::string proxyPort = prefs().getParam("proxyPort");
+    const bool proxyOn = settings_.proxyOn;
+    const std::string& proxyHost = settings_.proxyHost;
+    const std::string& proxyPort = settings_.proxyPort;
     int attempts = 0;
     int redirects = 0;
     bool connected = false;
@@ -381,7 +381,7 @@ void Ripper::startRipping(std::shared_ptr<TCPSocket> socket) {
                     std::lock_guard info(infoMutex_);
                     connectionDate_ = std::chrono::system_clock::now();
                 }
-                if (prefs().getParam("reconnect") != "YES" || state_ == Finished) {
+                if (!settings_.reconnect || state_ == Finished) {
                     setState(Stopped);
                     break;
                 }
@@ -429,7 +429,7 @@ void Ripper::startRipping(std::shared_ptr<TCPSocket> socket) {
             userClose();
             return;
         }
-        if (prefs().getParam("reconnect") == "YES" && sleepUnlessOff(timing().restartDelay)) {
+        if (settings_.reconnect && sleepUnlessOff(timing().restartDelay)) {
             setState(WaitingToReconnect);
             std::weak_ptr<bool> alive = alive_;
             MainLoop::main().post([this, alive] {
@@ -488,9 +488,9 @@ void Ripper::readStreaming(TCPSocket& socket) {
         if (relay_) relay_->startFeeding();
     }
     if (!useMeta_) {
-        if (prefs().getState("split") && chunkSizeSet()) {
+        if (settings_.sizeSplit()) {
             trackSplit_ = true;
-            trackSize_ = intValue(prefs().getParam("chunkSize"));
+            trackSize_ = settings_.chunkSizeMiB;
             trackNum_ = 1;
             runOnMain([this] { setNoNameFile(); });
         } else {
@@ -604,9 +604,9 @@ int Ripper::connect(TCPSocket& socket) {
     static constexpr std::uint8_t kEnd[] = {'\r', '\n', '\r', '\n'};
     Bytes header = socket.readDataUpToData(kEnd, kHeaderMax, timing().streamReadTimeout);
     bytesRead_ += header.size();
-    if (prefs().getState("split") && chunkSizeSet()) {
+    if (settings_.sizeSplit()) {
         trackSplit_ = true;
-        trackSize_ = intValue(prefs().getParam("chunkSize"));
+        trackSize_ = settings_.chunkSizeMiB;
     }
     if (header.empty()) {
         useMeta_ = false;
@@ -713,12 +713,6 @@ void Ripper::dataLoaderTimer() {
         std::lock_guard w(writerMutex_);
         if (fileOpen_ && !relayOnly_) fileBuffer_->addData(blockScratch_);
     }
-}
-
-bool Ripper::chunkSizeSet() {
-    // Deliberate: a chunk size of 0 (or none) means no size split; taken
-    // literally it would cut a file at every block.
-    return intValue(prefs().getParam("chunkSize")) > 0;
 }
 
 }  // namespace quillon

@@ -23,6 +23,7 @@
 #include <thread>
 
 #include "engine/ConnectionServices.h"
+#include "engine/ConnectionSettings.h"
 #include "engine/IcyDemuxer.h"
 #include "engine/QLNBuffer.h"
 #include "engine/StreamHeader.h"
@@ -134,7 +135,6 @@ private:
     std::string logHeader() const;
     bool sleepUnlessOff(double seconds);
     std::shared_ptr<TCPSocket> replaceSocket();
-    static bool chunkSizeSet();
     void runOnMain(const std::function<void()>& task);
     void shutdownSocket();
     void joinThread();
@@ -171,6 +171,8 @@ private:
     RipperOwner& owner_;
     std::shared_ptr<Bookmark> bookmark_;  // the connection's own copy
     ConnectionServices services_;
+    // Read at every start; the connection thread is not running then.
+    ConnectionSettings settings_;
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 
     std::mutex locker_;

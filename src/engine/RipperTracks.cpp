@@ -20,12 +20,10 @@
 #include "platform/Timing.h"
 #include "platform/VoObject.h"
 #include "store/Bookmark.h"
-#include "store/Preferences.h"
 
 namespace quillon {
 
 namespace {
-Preferences& prefs() { return *Preferences::preferences(); }
 
 std::string standardFiltered(const std::string& text) {
     return VoObject::filterString(text, VoObject::standartFilter());
@@ -62,11 +60,11 @@ std::string Ripper::genericTitle() {
         if (genericTitle_) return *genericTitle_;
     }
     useMeta_ = false;
-    if (prefs().getState("split") && chunkSizeSet()) {
+    if (settings_.sizeSplit()) {
         trackSplit_ = true;
-        trackSize_ = intValue(prefs().getParam("chunkSize"));
+        trackSize_ = settings_.chunkSizeMiB;
     }
-    int mode = intValue(prefs().getParam("timeMode"));
+    const int mode = settings_.timeMode;
     std::tm local = TimeUtil::localParts(std::chrono::system_clock::now());
     int day = local.tm_mday, month = local.tm_mon + 1, year = local.tm_year + 1900;
     std::string date =
@@ -126,14 +124,14 @@ void Ripper::setFileName(const std::string& newTitle) {
     }
 
     const auto& history = services_.history;
-    if (prefs().getState("log") && history) {
+    if (settings_.log && history) {
         if (currentItem_) {
             if (trackNum_ >= 2) currentItem_->setComplete(true);
             // A skipped track keeps pointing at the earlier recording.
             if (!currentItem_->skipped()) currentItem_->setPath(finished.value_or(""));
         }
         auto item = history->newItem(title, bookmark_->name().value_or(""), trackNum_);
-        if (prefs().getState("skip")) {
+        if (settings_.skip) {
             if (auto earlier = history->existing(title)) {
                 item->setSkipped(true);
                 item->setComplete(true);
@@ -147,7 +145,7 @@ void Ripper::setFileName(const std::string& newTitle) {
     lname_ = title;
 
     std::string folder = downloadPath();
-    if (prefs().getState("incomplete") && hasMeta_ && !genericName_) {
+    if (settings_.incomplete && hasMeta_ && !genericName_) {
         incomplete_ = true;
         folder = joinPath(folder, incompleteFolderName());
         makeFolders(folder);
@@ -182,7 +180,7 @@ void Ripper::setNoNameFile() {
         return;
     }
     const auto& history = services_.history;
-    if (prefs().getState("log") && history) {
+    if (settings_.log && history) {
         if (currentItem_) {
             currentItem_->setComplete(true);
             currentItem_->setPath(filename());
@@ -231,11 +229,11 @@ std::string Ripper::parentFolderIfIncomplete(const std::string& path) {
 
 void Ripper::createFolderHierarchy() {
     std::string path = owner_.downloadPath();
-    if (prefs().getState("genreSort")) {
+    if (settings_.genreSort) {
         path = joinPath(path, safeFolderName(standardFiltered(bookmark_->genre()), "-"));
         makeFolders(path);
     }
-    if (prefs().getState("subFolders")) {
+    if (settings_.subFolders) {
         path = joinPath(path, safeFolderName(standardFiltered(title()), "Untitled Stream"));
         subFolders_ = true;
         makeFolders(path);
