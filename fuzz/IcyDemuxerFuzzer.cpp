@@ -20,7 +20,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::size_t fed = 0, audio = 0, metadata = 0;
     try {
         while (input.remaining_bytes() > 0) {
-            const auto piece = input.ConsumeBytes<std::uint8_t>(input.ConsumeIntegralInRange<std::size_t>(1, 40000));
+            const auto piece =
+                input.ConsumeBytes<std::uint8_t>(input.ConsumeIntegralInRange<std::size_t>(1, 40000));
             demuxer.append(piece);
             fed += piece.size();
             while (auto block = demuxer.next()) {

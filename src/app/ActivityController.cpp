@@ -54,7 +54,7 @@ Ripper* ActivityController::addRecord(const Bookmark& bookmark, bool relayOnly, 
         return nullptr;
     }
     if (existing) {
-        if (existing->ripperState() == Ripper::Stopped) {
+        if (existing->ripperState() == Ripper::State::Stopped) {
             existing->start();
             return existing;
         }
@@ -189,7 +189,7 @@ void ActivityController::selectConnection(const Ripper* connection) {
 void ActivityController::stopButton() {
     Ripper* connection = activeConnection();
     if (!connection) return;
-    if (connection->ripperState() < Ripper::Connecting)
+    if (connection->ripperState() < Ripper::State::Connecting)
         connection->start();
     else
         connection->userClose();

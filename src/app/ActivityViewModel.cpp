@@ -45,14 +45,14 @@ bool ActivityViewModel::menuItemEnabled(const std::string& action, std::optional
 
 bool ActivityViewModel::toolbarItemEnabled(const std::string& identifier, std::optional<int> selectedState) {
     if (!selectedState) return false;
-    if (identifier == "Listen") return *selectedState >= Ripper::Recording;
+    if (identifier == "Listen") return *selectedState >= static_cast<int>(Ripper::State::Recording);
     return true;
 }
 
 std::vector<ActivityViewModel::ToolbarItem> ActivityViewModel::toolbarItems(
     std::optional<int> selectedState) {
     std::vector<ToolbarItem> items;
-    if (selectedState == Ripper::Stopped)
+    if (selectedState == static_cast<int>(Ripper::State::Stopped))
         items.push_back(button("Disconnect", "TB_Connect", "Connect", "TBH_ConnectTuner",
                                "Connect to this stream", "connect", "stopButton", selectedState));
     else
@@ -109,7 +109,7 @@ ActivityViewModel ActivityViewModel::make(const ActivityController& controller) 
         r.picture = c.bitrateImage();
         r.bitrateClass = bitrateClass(r.picture);
         r.bitrate = c.bitrate();
-        r.state = c.ripperState();
+        r.state = static_cast<int>(c.ripperState());
         r.streaming = c.isStreaming();
         r.selected = &c == selected;
         r.connName = c.connName();
@@ -122,7 +122,7 @@ ActivityViewModel ActivityViewModel::make(const ActivityController& controller) 
     }
     view.selectedRow = controller.selectedRow();
     std::optional<int> state;
-    if (selected) state = selected->ripperState();
+    if (selected) state = static_cast<int>(selected->ripperState());
     view.toolbar = toolbarItems(state);
     view.contextMenu = contextMenuItems(state, selected && selected->closeAfterThisTrack());
     view.sortKey = controller.sortKey();

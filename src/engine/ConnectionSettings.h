@@ -14,14 +14,14 @@ struct ConnectionSettings {
     std::string proxyPort;
     bool reconnect = false;  // "reconnect" is "YES"
     std::string userAgent;
-    bool split = false;      // cut untitled streams by size...
-    int chunkSizeMiB = 0;    // ...every this many MiB
-    bool genreSort = false;  // a folder per genre
-    bool subFolders = false; // a folder per station
-    bool log = false;        // keep a history of recorded tracks
-    bool skip = false;       // record tracks already in the history to nowhere
-    bool incomplete = false; // first tracks go to the "Incomplete" folder
-    int timeMode = 0;        // 24: 24-hour clock texts
+    bool split = false;       // cut untitled streams by size...
+    int chunkSizeMiB = 0;     // ...every this many MiB
+    bool genreSort = false;   // a folder per genre
+    bool subFolders = false;  // a folder per station
+    bool log = false;         // keep a history of recorded tracks
+    bool skip = false;        // record tracks already in the history to nowhere
+    bool incomplete = false;  // first tracks go to the "Incomplete" folder
+    int timeMode = 0;         // 24: 24-hour clock texts
 
     static ConnectionSettings fromPreferences(const Preferences& preferences);
 

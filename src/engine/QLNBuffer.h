@@ -26,8 +26,8 @@
 #include <deque>
 #include <memory>
 #include <mutex>
-#include <string>
 #include <span>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -150,8 +150,8 @@ private:
     std::deque<FileHandle> closing_;
     bool closerStop_ = false;
     bool closingBusy_ = false;  // the closer thread is flushing a file
-    std::string closeError_;  // a finished file that failed to reach the disk
-    std::thread closer_;  // declared last: joined before the rest goes
+    std::string closeError_;    // a finished file that failed to reach the disk
+    std::thread closer_;        // declared last: joined before the rest goes
 };
 
 }  // namespace quillon

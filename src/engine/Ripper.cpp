@@ -128,7 +128,7 @@ void Ripper::close() {
     shutdownSocket();
     tryAgain_ = false;
     servePort_ = 0;
-    setState(Stopped);
+    setState(State::Stopped);
 }
 
 void Ripper::userClose() {
@@ -145,7 +145,7 @@ void Ripper::userClose() {
 
 void Ripper::invalidate() {
     userClose();
-    state_ = Finished;
+    state_ = State::Finished;
     std::lock_guard info(infoMutex_);
     status_ = localized("Stopped", "Stopped");
 }
@@ -165,7 +165,7 @@ void Ripper::setRelayOnly(bool on) {
         relayOnly_ = on;
         setupFile(!on, true);
     }
-    if (state_ >= Recording) setState(on ? Relaying : Recording);
+    if (state_ >= State::Recording) setState(on ? State::Relaying : State::Recording);
 }
 
 // ---- queries ---------------------------------------------------------------
@@ -208,7 +208,7 @@ std::chrono::system_clock::time_point Ripper::connectionDate() const {
 }
 
 std::string Ripper::currentStatus() const {
-    if (state_ < Recording) return localized("idle", "Idle");
+    if (state_ < State::Recording) return localized("idle", "Idle");
     if (relayOnly_) return localized("relaying", "Relay (no record) : ") + currentTrack();
     return localized("recording", "Recording : ") + currentTrack();
 }
@@ -222,7 +222,7 @@ std::string Ripper::description() const {
 
 std::string Ripper::bitrateImage() const {
     unsigned rate = bitRate_;
-    if (rate == 0 || state_ < Recording) return "none.psd";
+    if (rate == 0 || state_ < State::Recording) return "none.psd";
     if (rate > 127) return "high.psd";
     if (rate > 62) return "med.psd";
     return "low.psd";
@@ -252,31 +252,31 @@ int Ripper::filledValue() const {
 
 // ---- status ----------------------------------------------------------------
 
-void Ripper::setState(int state) {
-    if (state_ == Finished) return;
+void Ripper::setState(State state) {
+    if (state_ == State::Finished) return;
     // Once the user has closed the connection, its thread, still unwinding,
     // must not show it as connecting or recording again.
-    if (off_ && state != Stopped && state != Finished) return;
+    if (off_ && state != State::Stopped && state != State::Finished) return;
     state_ = state;
     std::string text;
     switch (state) {
-        case Finished:
-        case Stopped:
+        case State::Finished:
+        case State::Stopped:
             text = localized("Stopped", "Stopped");
             break;
-        case Connecting:
+        case State::Connecting:
             text = localized("connect", "Connecting ...");
             break;
-        case WaitingToReconnect:
+        case State::WaitingToReconnect:
             text = localized("reconnect", "Reconnecting ...");
             break;
-        case Redirected:
+        case State::Redirected:
             text = localized("Redirecting", "Server redirection ...");
             break;
-        case Recording:
+        case State::Recording:
             text = localized("recording", "Recording : ") + currentTrack();
             break;
-        case Relaying:
+        case State::Relaying:
             text = localized("relaying", "Relay (no record) : ") + currentTrack();
             break;
     }
@@ -284,7 +284,7 @@ void Ripper::setState(int state) {
         std::lock_guard lock(infoMutex_);
         status_ = text;
     }
-    if (state != Finished) runOnMain([this] { owner_.refreshDetails(*this); });
+    if (state != State::Finished) runOnMain([this] { owner_.refreshDetails(*this); });
 }
 
 void Ripper::runOnMain(const std::function<void()>& task) {
@@ -296,7 +296,7 @@ void Ripper::runOnMain(const std::function<void()>& task) {
     loop.invoke(task, *guard_);
 }
 
-void Ripper::setValues(unsigned bufferSize, bool meta, int state, unsigned bitrate) {
+void Ripper::setValues(unsigned bufferSize, bool meta, State state, unsigned bitrate) {
     bufferSize_ = bufferSize == 0 ? kDefaultBlockSize : bufferSize;
     hasMeta_ = meta;
     {
@@ -350,9 +350,9 @@ void Ripper::startRipping(std::shared_ptr<TCPSocket> socket) {
     bool connected = false;
     std::string lastFailure;
     try {
-        while (state_ < Recording && tryAgain_ && attempts < kMaxAttempts && !off_) {
+        while (state_ < State::Recording && tryAgain_ && attempts < kMaxAttempts && !off_) {
             try {
-                setState(Connecting);
+                setState(State::Connecting);
                 std::string host = proxyOn ? proxyHost : bookmark_->host().value_or("");
                 auto port = static_cast<std::uint16_t>(
                     intValue(proxyOn ? proxyPort : bookmark_->port().value_or("")));
@@ -364,7 +364,7 @@ void Ripper::startRipping(std::shared_ptr<TCPSocket> socket) {
                     if (++redirects > kMaxRedirects)
                         throw NamedException("Server Error", "Too many redirections");
                     socket = replaceSocket();
-                    setState(Redirected);
+                    setState(State::Redirected);
                 } else if (result != 0) {
                     throw NamedException("Server Error", "Server refused connection");
                 }
@@ -381,20 +381,20 @@ void Ripper::startRipping(std::shared_ptr<TCPSocket> socket) {
                     std::lock_guard info(infoMutex_);
                     connectionDate_ = std::chrono::system_clock::now();
                 }
-                if (!settings_.reconnect || state_ == Finished) {
-                    setState(Stopped);
+                if (!settings_.reconnect || state_ == State::Finished) {
+                    setState(State::Stopped);
                     break;
                 }
-                setState(WaitingToReconnect);
+                setState(State::WaitingToReconnect);
                 if (!sleepUnlessOff(timing().connectRetryDelay)) break;
                 socket = replaceSocket();
             }
         }
-        if (state_ >= Recording) {
+        if (state_ >= State::Recording) {
             readStreaming(*socket);
             finishRecording();
         } else if (connected && off_) {
-            // Stopped just as streaming began: what came is kept all the same.
+            // State::Stopped just as streaming began: what came is kept all the same.
             keepArrived(*socket);
             finishRecording();
         } else {
@@ -430,7 +430,7 @@ void Ripper::startRipping(std::shared_ptr<TCPSocket> socket) {
             return;
         }
         if (settings_.reconnect && sleepUnlessOff(timing().restartDelay)) {
-            setState(WaitingToReconnect);
+            setState(State::WaitingToReconnect);
             std::weak_ptr<bool> alive = alive_;
             MainLoop::main().post([this, alive] {
                 if (auto a = alive.lock(); a && *a && !off_) start();
@@ -459,7 +459,9 @@ std::string Ripper::endReasonText() const {
         std::lock_guard info(infoMutex_);
         text = endText_;
     }
-    auto with = [&](const char* what) { return text.empty() ? std::string(what) : fmt::format("{}: {}", what, text); };
+    auto with = [&](const char* what) {
+        return text.empty() ? std::string(what) : fmt::format("{}: {}", what, text);
+    };
     switch (endReason_.load()) {
         case EndReason::None:
             return "";
@@ -503,7 +505,7 @@ void Ripper::readStreaming(TCPSocket& socket) {
         if (auto a = alive.lock(); a && *a) startDataLoader();
     });
     readScratch_.resize(bufferSize_);
-    while (state_ >= Recording) {
+    while (state_ >= State::Recording) {
         std::size_t want = bufferSize_;
         if (readScratch_.size() < want) readScratch_.resize(want);
         std::size_t got = 0;
@@ -525,7 +527,7 @@ void Ripper::readStreaming(TCPSocket& socket) {
         }
         dataLoaderTimer();
     }
-    // Stopped between two reads: what the socket already holds is kept too.
+    // State::Stopped between two reads: what the socket already holds is kept too.
     keepArrived(socket);
 }
 
@@ -598,7 +600,7 @@ void Ripper::startDataLoader() {
 }
 
 int Ripper::connect(TCPSocket& socket) {
-    setValues(kDefaultBlockSize, false, Connecting, 0);
+    setValues(kDefaultBlockSize, false, State::Connecting, 0);
     std::string request = logHeader();
     socket.writeString(request, timing().streamReadTimeout);
     static constexpr std::uint8_t kEnd[] = {'\r', '\n', '\r', '\n'};
@@ -610,7 +612,7 @@ int Ripper::connect(TCPSocket& socket) {
     }
     if (header.empty()) {
         useMeta_ = false;
-        setState(Recording);
+        setState(State::Recording);
         return 0;
     }
     if (auto location = VoObject::returnStringInData(header, "Location: ", "\r\n")) {
@@ -636,7 +638,7 @@ int Ripper::connect(TCPSocket& socket) {
     // A refusal names its reason ("Not found", "Invalid meta interval: -1").
     if (parsed.error()) throw NamedException("Server Error", parsed.errorType());
     titleSource_ = services_.makeTitleSource ? services_.makeTitleSource(*this, logHeader()) : nullptr;
-    setValues(static_cast<unsigned>(parsed.metaInt()), parsed.hasMeta(), Recording,
+    setValues(static_cast<unsigned>(parsed.metaInt()), parsed.hasMeta(), State::Recording,
               static_cast<unsigned>(parsed.bitRate()));
 
     std::size_t want = bufferSize_ + IcyDemuxer::kLookahead;
@@ -649,7 +651,7 @@ int Ripper::connect(TCPSocket& socket) {
         demuxer_.append(std::span<const std::uint8_t>(readScratch_.data(), got));
     }
     if (!getData(blockScratch_, false)) {
-        setState(Connecting);
+        setState(State::Connecting);
         return -1;
     }
     if (!hasMeta_ && !(titleSource_ && titleSource_->enabled())) {
@@ -700,8 +702,8 @@ bool Ripper::getData(Bytes& block, bool atEnd) {
 }
 
 void Ripper::dataLoaderTimer() {
-    if (state_ < Recording) return;
-    while (state_ >= Recording && getData(blockScratch_, false)) {
+    if (state_ < State::Recording) return;
+    while (state_ >= State::Recording && getData(blockScratch_, false)) {
         if (blockScratch_.size() > bufferSize_)
             throw NamedException("READ BUFFER OVERRUN", "READ BUFFER OVERRUN");
         raisePendingDiskError();

@@ -43,7 +43,9 @@ public:
     // The audio block size of a stream without metadata.
     static constexpr unsigned kDefaultBlockSize = 8192;
 
-    enum State {
+    // The state numbers are shared with the activity list and the relay (as
+    // numbers); 5 and 6 count as streaming.
+    enum class State : int {
         Finished = 0,
         Stopped = 1,
         Connecting = 2,
@@ -55,12 +57,12 @@ public:
 
     // Why the connection last stopped streaming (or never started).
     enum class EndReason {
-        None,          // still running, or never started
-        UserStopped,   // the user, the owner, a rule or stop-after-this-track
-        ServerEnded,   // the server ended the stream
-        Lost,          // a read failed or timed out, or the stream lost sync
-        Refused,       // no connection could be made or the server refused it
-        DiskError,     // the track file could not be created or written
+        None,         // still running, or never started
+        UserStopped,  // the user, the owner, a rule or stop-after-this-track
+        ServerEnded,  // the server ended the stream
+        Lost,         // a read failed or timed out, or the stream lost sync
+        Refused,      // no connection could be made or the server refused it
+        DiskError,    // the track file could not be created or written
     };
 
     // Makes the connection and starts it at once.
@@ -82,10 +84,10 @@ public:
     bool trackSeparationOn() const;
     void setRelayOnly(bool on);
 
-    int ripperState() const { return state_; }
-    bool isStreaming() const { return state_ >= Recording; }
+    State ripperState() const { return state_; }
+    bool isStreaming() const { return state_ >= State::Recording; }
     // Stopped with no connection thread left and no restart pending.
-    bool stoppedForGood() const { return state_ <= Stopped && !threadActive_; }
+    bool stoppedForGood() const { return state_ <= State::Stopped && !threadActive_; }
     std::string status() const;
     std::string currentStatus() const;
     std::string currentTrack() const;
@@ -130,8 +132,8 @@ private:
     void keepReceived(std::size_t count);
     // Keeps whatever the socket has received and not yet given out.
     void keepArrived(TCPSocket& socket);
-    void setState(int state);
-    void setValues(unsigned bufferSize, bool meta, int state, unsigned bitrate);
+    void setState(State state);
+    void setValues(unsigned bufferSize, bool meta, State state, unsigned bitrate);
     std::string logHeader() const;
     bool sleepUnlessOff(double seconds);
     std::shared_ptr<TCPSocket> replaceSocket();
@@ -212,7 +214,7 @@ private:
     std::atomic<unsigned> bitRate_{0};
     std::atomic<bool> hasMeta_{false};
     std::atomic<bool> useMeta_{true};
-    std::atomic<int> state_{Stopped};
+    std::atomic<State> state_{State::Stopped};
     std::atomic<bool> tryAgain_{false};
     std::atomic<bool> incomplete_{false};
     std::atomic<bool> subFolders_{false};
@@ -231,7 +233,7 @@ private:
     std::atomic<std::uint16_t> servePort_{0};
     std::atomic<bool> threadActive_{false};
     std::atomic<EndReason> endReason_{EndReason::None};
-    std::string endText_;          // under infoMutex_
+    std::string endText_;           // under infoMutex_
     std::string pendingDiskError_;  // under writerMutex_
     // The last file this connection created, and the name it asked for (its
     // path before a numbered name was taken): a reconnect that resumes the

@@ -53,7 +53,7 @@ void RipperRelay::feed(std::shared_ptr<const Bytes> block) { controller_->feed(s
 
 std::uint16_t RipperRelay::port() const { return controller_->listeningPort(); }
 
-int RipperRelay::ripperState() const { return ripper_.ripperState(); }
+int RipperRelay::ripperState() const { return static_cast<int>(ripper_.ripperState()); }
 
 unsigned RipperRelay::bufferSize() const { return ripper_.bufferSize(); }
 

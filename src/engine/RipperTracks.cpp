@@ -119,7 +119,7 @@ void Ripper::setFileName(const std::string& newTitle) {
     if (relayOnly_) {
         currentItem_.reset();
         setCurrentTrack(title);
-        setState(Relaying);
+        setState(State::Relaying);
         return;
     }
 
@@ -156,7 +156,7 @@ void Ripper::setFileName(const std::string& newTitle) {
 
     ++trackNum_;
     setCurrentTrack(name);
-    setState(Recording);
+    setState(State::Recording);
     std::string path =
         joinPath(folder, fileNameForTrack(name, standardFiltered(bookmark_->name().value_or(""))));
     {
@@ -176,7 +176,7 @@ void Ripper::setNoNameFile() {
     }
     if (relayOnly_) {
         setCurrentTrack(generic);
-        setState(Relaying);
+        setState(State::Relaying);
         return;
     }
     const auto& history = services_.history;
@@ -190,7 +190,7 @@ void Ripper::setNoNameFile() {
     }
     std::string name = standardFiltered(generic);
     setCurrentTrack(name);
-    setState(Recording);
+    setState(State::Recording);
     // Deliberate: chunk numbers keep all their digits past 999 ("1000 "), so
     // that a long recording does not come round to the names of its first chunks.
     if (trackSplit_) name = fmt::format("{:03} ", trackNum_.load()) + name;

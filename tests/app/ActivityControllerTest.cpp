@@ -78,7 +78,7 @@ TEST_F(ActivityControllerTest, AddRecordListsSelectsAndRemembersTheConnection) {
     // The view was told of the state changes, in order (each told as the main
     // loop delivers it, so a change overtaken by the next one shows as that one),
     // and at least once to render again.
-    ASSERT_TRUE(runUntil([&] { return !ui_.states.empty() && ui_.states.back() == Ripper::Recording; }));
+    ASSERT_TRUE(runUntil([&] { return !ui_.states.empty() && ui_.states.back() == Ripper::State::Recording; }));
     EXPECT_TRUE(std::is_sorted(ui_.states.begin(), ui_.states.end())) << testing::PrintToString(ui_.states);
     EXPECT_TRUE(runUntil([&] { return ui_.changes > 0; }));
     EXPECT_TRUE(ui_.alerts.empty());

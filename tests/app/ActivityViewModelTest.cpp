@@ -25,7 +25,8 @@ TEST(ActivityViewModelRules, WithoutASelectionOnlyRevealAndGetInfoStayEnabled) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.action);
         EXPECT_EQ(ActivityViewModel::menuItemEnabled(c.action, std::nullopt), c.withoutSelection);
-        for (int state = Ripper::Finished; state <= Ripper::Relaying; ++state)
+        for (int state = static_cast<int>(Ripper::State::Finished);
+             state <= static_cast<int>(Ripper::State::Relaying); ++state)
             EXPECT_TRUE(ActivityViewModel::menuItemEnabled(c.action, state));
     }
     for (const auto& item : ActivityViewModel::toolbarItems(std::nullopt))
@@ -33,9 +34,10 @@ TEST(ActivityViewModelRules, WithoutASelectionOnlyRevealAndGetInfoStayEnabled) {
 }
 
 TEST(ActivityViewModelRules, ListenNeedsAStreamingSelection) {
-    for (int state = Ripper::Finished; state <= Ripper::Relaying; ++state) {
+    for (int state = static_cast<int>(Ripper::State::Finished);
+         state <= static_cast<int>(Ripper::State::Relaying); ++state) {
         SCOPED_TRACE(state);
-        bool streaming = state >= Ripper::Recording;
+        bool streaming = state >= static_cast<int>(Ripper::State::Recording);
         EXPECT_EQ(ActivityViewModel::toolbarItemEnabled("Listen", state), streaming);
         for (const char* other : {"Disconnect", "Reveal", "Delete"})
             EXPECT_TRUE(ActivityViewModel::toolbarItemEnabled(other, state)) << other;
@@ -56,10 +58,10 @@ TEST(ActivityViewModelRules, TheToolbarKeepsItsOrderAndTheDisconnectItemTurnsToC
         const char* label;
     };
     const Case cases[] = {{std::nullopt, "disconnect", "Disconnect"},
-                          {Ripper::Stopped, "connect", "Connect"},
-                          {Ripper::Connecting, "disconnect", "Disconnect"},
-                          {Ripper::Recording, "disconnect", "Disconnect"},
-                          {Ripper::Finished, "disconnect", "Disconnect"}};
+                          {static_cast<int>(Ripper::State::Stopped), "connect", "Connect"},
+                          {static_cast<int>(Ripper::State::Connecting), "disconnect", "Disconnect"},
+                          {static_cast<int>(Ripper::State::Recording), "disconnect", "Disconnect"},
+                          {static_cast<int>(Ripper::State::Finished), "disconnect", "Disconnect"}};
     for (const auto& c : cases) {
         auto items = ActivityViewModel::toolbarItems(c.state);
         EXPECT_EQ(ids(items), order);
@@ -70,7 +72,7 @@ TEST(ActivityViewModelRules, TheToolbarKeepsItsOrderAndTheDisconnectItemTurnsToC
 }
 
 TEST(ActivityViewModelRules, TheContextMenuIsOrderedByTagAndChecksStopAfterThisTrack) {
-    auto items = ActivityViewModel::contextMenuItems(Ripper::Recording, true);
+    auto items = ActivityViewModel::contextMenuItems(static_cast<int>(Ripper::State::Recording), true);
     ASSERT_EQ(items.size(), 5u);
     const char* keys[] = {"disconnectMenu", "disconnectAfterMenu", "revealMenu", "getInfoMenu", "listenMenu"};
     for (int tag = 0; tag < 5; ++tag) {

@@ -45,7 +45,7 @@ public:
     bool interactive() const override { return isInteractive; }
     void activityChanged() override { ++changes; }
     void connectionChanged(const Ripper& connection) override {
-        int state = connection.ripperState();
+        Ripper::State state = connection.ripperState();
         if (states.empty() || states.back() != state) states.push_back(state);
     }
 
@@ -58,7 +58,7 @@ public:
     std::vector<std::string> alerts, alertTexts, confirmations, chooserKeys, revealed, opened;
     int beeps = 0;
     int changes = 0;
-    std::vector<int> states;  // the state at each telling, repeats folded
+    std::vector<Ripper::State> states;  // the state at each telling, repeats folded
 };
 
 // A connection fixture with the activity list's surroundings: the recordings

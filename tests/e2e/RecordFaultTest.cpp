@@ -58,15 +58,15 @@ void expectStreamPrefix(const fs::path& file, std::uint64_t from, std::size_t at
 // machine's own mounts are never touched.
 ProcessResult inOwnTmpfs(const fs::path& folder, const std::string& options, const std::string& command) {
     fs::create_directories(folder);
-    return runProcess({"unshare", "-m", "sh", "-c",
-                       "mount -t tmpfs -o " + options + " quillon-test '" + folder.string() + "' && " + command});
+    return runProcess(
+        {"unshare", "-m", "sh", "-c",
+         "mount -t tmpfs -o " + options + " quillon-test '" + folder.string() + "' && " + command});
 }
 
 TEST(RecordFaultTest, DiskFailuresEndTheRecordingLoudly) {
     Station station(counterStation(StationRate::max));
     station.start();
-    const std::string record =
-        std::string(QUILLON_BINARY) + " record " + station.url() + " -q --to ";
+    const std::string record = std::string(QUILLON_BINARY) + " record " + station.url() + " -q --to ";
     struct Case {
         const char* what;
         std::function<ProcessResult(const fs::path&)> run;
@@ -75,8 +75,8 @@ TEST(RecordFaultTest, DiskFailuresEndTheRecordingLoudly) {
     const Case cases[] = {
         {"file size limit (a full disk as the writer meets it)",
          [&](const fs::path& folder) {
-             return runProcess(
-                 {"prlimit", "--fsize=300000", QUILLON_BINARY, "record", station.url(), "-q", "--to", folder.string()});
+             return runProcess({"prlimit", "--fsize=300000", QUILLON_BINARY, "record", station.url(), "-q",
+                                "--to", folder.string()});
          },
          "Disk error: File too large"},
         {"read-only folder",
@@ -95,7 +95,8 @@ TEST(RecordFaultTest, DiskFailuresEndTheRecordingLoudly) {
     }
     // What fit under the size limit is the stream as sent, up to the limit.
     fs::path folder = testFolder("fsize");
-    runProcess({"prlimit", "--fsize=300000", QUILLON_BINARY, "record", station.url(), "-q", "--to", folder.string()});
+    runProcess({"prlimit", "--fsize=300000", QUILLON_BINARY, "record", station.url(), "-q", "--to",
+                folder.string()});
     auto files = mp3Files(folder);
     ASSERT_EQ(files.size(), 1u);
     expectStreamPrefix(files[0], 8000, 100000);
@@ -143,7 +144,8 @@ TEST(RecordFaultTest, TitlesCannotDriveTheTerminalOrNameFilesWithControls) {
     EXPECT_EQ(result.status, 0) << result.err;
     // Not a terminal: one status line per change.
     EXPECT_NE(result.err.find("Recording : "), std::string::npos) << result.err;
-    for (char control : {'\x1b', '\x07'}) EXPECT_EQ(result.err.find(control), std::string::npos) << result.err;
+    for (char control : {'\x1b', '\x07'})
+        EXPECT_EQ(result.err.find(control), std::string::npos) << result.err;
     auto files = mp3Files(folder);
     EXPECT_GE(files.size(), 2u) << result.err;
     for (const auto& file : files)

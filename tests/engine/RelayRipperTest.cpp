@@ -210,7 +210,7 @@ TEST_F(RelayRipperTest, RelayOnlyConnectionServesPlayersAndWritesNoFile) {
         ASSERT_TRUE(runUntil([&] { return port != 0; }));
         RelayClient player(port);
         ASSERT_TRUE(runUntil([&] { return parseIcyReply(player.received(), 0).audio.size() >= 4 * 8192; }));
-        EXPECT_EQ(ripper.ripperState(), Ripper::Relaying);
+        EXPECT_EQ(ripper.ripperState(), Ripper::State::Relaying);
         // Audio only: every 8192 bytes one unbroken run of the counter; a
         // metadata byte anywhere would break the run.
         for (const auto& block : parseIcyReply(player.received(), 0).audioBlocks(8192)) {

@@ -20,8 +20,9 @@ protected:
         return owner;
     }
 
-    static constexpr int S = Ripper::Stopped, C = Ripper::Connecting, W = Ripper::WaitingToReconnect,
-                         D = Ripper::Redirected, R = Ripper::Recording;
+    static constexpr Ripper::State S = Ripper::State::Stopped, C = Ripper::State::Connecting,
+                                   W = Ripper::State::WaitingToReconnect, D = Ripper::State::Redirected,
+                                   R = Ripper::State::Recording;
 };
 
 TEST_F(RipperFaultTest, RefusingStatusesAreLoggedAndEndTheConnection) {
@@ -41,7 +42,7 @@ TEST_F(RipperFaultTest, RefusingStatusesAreLoggedAndEndTheConnection) {
         EXPECT_TRUE(log.contains(text));
         EXPECT_TRUE(log.contains("Cannot connect to server"));
         // Set-up shows Stopped, then one attempt, then Stopped for good.
-        EXPECT_EQ(owner->states(), (std::vector<int>{S, C, S}));
+        EXPECT_EQ(owner->states(), (std::vector<Ripper::State>{S, C, S}));
     }
 }
 
@@ -62,7 +63,7 @@ TEST_F(RipperFaultTest, ADeadPortIsRetriedTenTimesWhenReconnecting) {
         errors = ripper.errorCount();
     }
     int waits = 0;
-    for (int s : owner.states()) waits += s == W;
+    for (Ripper::State s : owner.states()) waits += s == W;
     EXPECT_EQ(waits, 10);  // ten attempts, each followed by its wait
     EXPECT_EQ(owner.states().back(), S);
     EXPECT_EQ(errors, 10u);
@@ -77,10 +78,10 @@ TEST_F(RipperFaultTest, ARedirectRewritesTheAddressAndConnectsAgain) {
     Station redirector(options);
     redirector.start();
     auto owner = runAgainst(bookmarkFor(redirector.port()), [](Ripper& r) {
-        return r.ripperState() == Ripper::Recording && r.trackCount() > 0;
+        return r.ripperState() == Ripper::State::Recording && r.trackCount() > 0;
     });
-    std::vector<int> opening(owner->states().begin(), owner->states().begin() + 5);
-    EXPECT_EQ(opening, (std::vector<int>{S, C, D, C, R}));
+    std::vector<Ripper::State> opening(owner->states().begin(), owner->states().begin() + 5);
+    EXPECT_EQ(opening, (std::vector<Ripper::State>{S, C, D, C, R}));
     ASSERT_FALSE(target.clients().empty());
     EXPECT_EQ(target.clients().front().path, "/real?id=7");
 }
@@ -190,8 +191,8 @@ TEST_F(RipperFaultTest, ClosingWhileTheFirstBlocksAreReadEndsInStopped) {
         ASSERT_TRUE(runUntil([&] { return ripper.stoppedForGood(); }));
     }
     // The unwinding thread shows nothing after the user's stop.
-    std::vector<int> tail(owner.states().end() - 2, owner.states().end());
-    EXPECT_EQ(tail, (std::vector<int>{R, S}));
+    std::vector<Ripper::State> tail(owner.states().end() - 2, owner.states().end());
+    EXPECT_EQ(tail, (std::vector<Ripper::State>{R, S}));
 }
 
 TEST_F(RipperFaultTest, AfterInvalidateTheStateStaysFinished) {
@@ -201,10 +202,10 @@ TEST_F(RipperFaultTest, AfterInvalidateTheStateStaysFinished) {
     Ripper ripper(owner, *bookmarkFor(station.port()), false, false);
     ASSERT_TRUE(runUntil([&] { return ripper.isStreaming(); }));
     ripper.invalidate();
-    EXPECT_EQ(ripper.ripperState(), Ripper::Finished);
+    EXPECT_EQ(ripper.ripperState(), Ripper::State::Finished);
     ripper.close();
     ripper.setRelayOnly(true);
-    EXPECT_EQ(ripper.ripperState(), Ripper::Finished);
+    EXPECT_EQ(ripper.ripperState(), Ripper::State::Finished);
 }
 
 }  // namespace

@@ -172,7 +172,7 @@ TEST_F(RipperRecordingTest, RelayOnlyWritesNoFile) {
     {
         Ripper ripper(owner, *bookmarkFor(station.port()), true, false);
         ASSERT_TRUE(runUntil(
-            [&] { return ripper.ripperState() == Ripper::Relaying && ripper.bytesRead() > 1000000; }));
+            [&] { return ripper.ripperState() == Ripper::State::Relaying && ripper.bytesRead() > 1000000; }));
         EXPECT_EQ(ripper.status().rfind("Relay (no record) : ", 0), 0u);
         ripper.userClose();
     }

@@ -52,7 +52,6 @@ protected:
             if (bytes[i] != (bytes[i - 1] + 1) % 251) return false;
         return true;
     }
-
 };
 
 TEST_F(RipperSafetyTest, EveryEndKeepsEveryByteReceivedUpToIt) {
@@ -110,7 +109,8 @@ TEST_F(RipperSafetyTest, AReconnectThatResumesTheTitleAppendsToItsFile) {
     const Bytes span = counterSpan(options.metaint, *options.closeAfter);
     ASSERT_GE(audio.size(), 2 * span.size());
     EXPECT_TRUE(std::equal(span.begin(), span.end(), audio.begin()));
-    EXPECT_TRUE(std::equal(span.begin(), span.end(), audio.begin() + static_cast<std::ptrdiff_t>(span.size())));
+    EXPECT_TRUE(
+        std::equal(span.begin(), span.end(), audio.begin() + static_cast<std::ptrdiff_t>(span.size())));
 }
 
 TEST_F(RipperSafetyTest, NoFileIsReopenedOrShared) {
@@ -123,11 +123,17 @@ TEST_F(RipperSafetyTest, NoFileIsReopenedOrShared) {
     };
     const std::string cutA = longA.substr(0, 251);  // 255 bytes with ".mp3"
     const Case cases[] = {
-        {"a title that comes round again", {"A - x", "B - y", "A - x", "C - z"}, 1,
+        {"a title that comes round again",
+         {"A - x", "B - y", "A - x", "C - z"},
+         1,
          {"A - x (2).mp3", "A - x.mp3", "B - y.mp3"}},
-        {"titles equal up to the length cut", {longA + "1", longA + "2", "C - z"}, 1,
+        {"titles equal up to the length cut",
+         {longA + "1", longA + "2", "C - z"},
+         1,
          {cutA.substr(0, 247) + " (2).mp3", cutA + ".mp3"}},
-        {"two connections with the same titles", {"A - x", "B - y", "C - z"}, 2,
+        {"two connections with the same titles",
+         {"A - x", "B - y", "C - z"},
+         2,
          {"A - x (2).mp3", "A - x.mp3", "B - y (2).mp3", "B - y.mp3"}},
     };
     for (const auto& c : cases) {
@@ -186,10 +192,12 @@ TEST_F(RipperSafetyTest, HostileHeadersEndTheAttemptWithTheirReason) {
         const char* reason;
     };
     const Case cases[] = {
-        {"negative meta interval", [](StationOptions& o) { o.metaintText = "-1"; }, "Invalid meta interval: -1"},
+        {"negative meta interval", [](StationOptions& o) { o.metaintText = "-1"; },
+         "Invalid meta interval: -1"},
         {"huge meta interval", [](StationOptions& o) { o.metaintText = "2147483648"; },
          "Invalid meta interval: 2147483648"},
-        {"just over the limit", [](StationOptions& o) { o.metaintText = "65537"; }, "Invalid meta interval: 65537"},
+        {"just over the limit", [](StationOptions& o) { o.metaintText = "65537"; },
+         "Invalid meta interval: 65537"},
         {"not a number", [](StationOptions& o) { o.metaintText = "8k"; }, "Invalid meta interval: 8k"},
         {"a redirect to itself", [](StationOptions& o) { o.redirectToSelf = true; }, "Too many redirections"},
     };

@@ -27,16 +27,16 @@ public:
     std::uint16_t firstFreeRelay() override { return 9000; }
     std::string downloadPath() override { return folder_; }
     void refreshDetails(Ripper& changed) override {
-        int state = changed.ripperState();
+        Ripper::State state = changed.ripperState();
         if (states_.empty() || states_.back() != state) states_.push_back(state);
     }
     // Each state the connection entered, repeats folded.
-    const std::vector<int>& states() const { return states_; }
+    const std::vector<Ripper::State>& states() const { return states_; }
     const std::string& folder() const { return folder_; }
 
 private:
     std::string folder_;
-    std::vector<int> states_;
+    std::vector<Ripper::State> states_;
 };
 
 // A recordings folder of its own, fresh preferences and short time-outs for

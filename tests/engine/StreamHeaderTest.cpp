@@ -51,12 +51,12 @@ TEST(StreamHeaderParse, ServerTypesStatusAndValues) {
         {"latin-1 name", "ICY 200 OK\r\nicy-name:Caf\xe9\r\n\r\n", 2, false, "OK", "Caf\xc3\xa9", "", "", 0,
          0},
         // Sizes the connection's buffers: out of bounds is an error, not an allocation.
-        {"negative meta interval", "ICY 200 OK\r\nicy-metaint:-5\r\n\r\n", 2, true, "Invalid meta interval: -5", "",
-         "", "", 0, 0},
-        {"meta interval beyond the bound", "icy-metaint:2392997370\r\nai", 4, true, "Invalid meta interval: 2392997370",
-         "N/A", "N/A", "N/A", 0, 0},
-        {"meta interval at the bound", "ICY 200 OK\r\nicy-metaint:65536\r\n\r\n", 2, false, "OK", "", "",
-         "", 0, 65536},
+        {"negative meta interval", "ICY 200 OK\r\nicy-metaint:-5\r\n\r\n", 2, true,
+         "Invalid meta interval: -5", "", "", "", 0, 0},
+        {"meta interval beyond the bound", "icy-metaint:2392997370\r\nai", 4, true,
+         "Invalid meta interval: 2392997370", "N/A", "N/A", "N/A", 0, 0},
+        {"meta interval at the bound", "ICY 200 OK\r\nicy-metaint:65536\r\n\r\n", 2, false, "OK", "", "", "",
+         0, 65536},
         {"negative bit rate reads as 128", "ICY 200 OK\r\nicy-br:-1\r\n\r\n", 2, false, "OK", "", "", "", 128,
          0},
     };
