@@ -87,11 +87,7 @@ void Ripper::initAll() {
     std::lock_guard lock(locker_);
     close();
     lname_.clear();
-    {
-        std::lock_guard w(writerMutex_);
-        fileBuffer_ = std::make_unique<QLNBuffer>(60, bookmark_->recOffset());
-        fileOpen_ = false;
-    }
+    { sink_.reset(bookmark_->recOffset()); }
     {
         std::lock_guard info(infoMutex_);
         downloadPath_.clear();
@@ -245,10 +241,7 @@ void Ripper::refreshStatus() {
     });
 }
 
-int Ripper::filledValue() const {
-    std::lock_guard lock(writerMutex_);
-    return fileBuffer_ ? fileBuffer_->filledValue() : 0;
-}
+int Ripper::filledValue() const { return static_cast<int>(sink_.filledValue()); }
 
 // ---- status ----------------------------------------------------------------
 
@@ -481,10 +474,7 @@ std::string Ripper::endReasonText() const {
 }
 
 void Ripper::readStreaming(TCPSocket& socket) {
-    {
-        std::lock_guard w(writerMutex_);
-        fileBuffer_->initValues(bitRate_);
-    }
+    { sink_.initValues(bitRate_); }
     {
         std::lock_guard b(bufferLock_);
         if (relay_) relay_->startFeeding();
@@ -498,7 +488,7 @@ void Ripper::readStreaming(TCPSocket& socket) {
         } else {
             runOnMain([this] { setFileName(""); });
         }
-        raisePendingDiskError();
+        sink_.raiseFailure();
     }
     std::weak_ptr<bool> alive = alive_;
     MainLoop::main().post([this, alive] {
@@ -541,15 +531,6 @@ void Ripper::keepReceived(std::size_t count) {
     demuxer_.append(std::span<const std::uint8_t>(readScratch_.data(), count));
 }
 
-void Ripper::raisePendingDiskError() {
-    std::string error;
-    {
-        std::lock_guard w(writerMutex_);
-        error.swap(pendingDiskError_);
-    }
-    if (!error.empty()) throw NamedException(kDiskError, error);
-}
-
 void Ripper::finishRecording() {
     // Deliberate: what the lookahead and the delay line hold is written out at
     // every end (stop, end of stream, failure, reconnect, quit); a recording
@@ -557,28 +538,14 @@ void Ripper::finishRecording() {
     // After a disk error nothing more is written; the files are as they are.
     if (endReason_ != EndReason::DiskError) {
         try {
-            while (getData(blockScratch_, true)) {
-                std::lock_guard w(writerMutex_);
-                if (fileOpen_ && !relayOnly_) fileBuffer_->addData(blockScratch_);
-            }
-            std::lock_guard w(writerMutex_);
-            if (fileOpen_) fileBuffer_->finish();
+            while (getData(blockScratch_, true))
+                if (!relayOnly_) sink_.add(blockScratch_);
+            sink_.finish();
         } catch (const NamedException& e) {
             Log::line(e.reason());
             if (e.name() == kDiskError) setEnd(EndReason::DiskError, e.reason());
         }
     }
-    {
-        std::lock_guard w(writerMutex_);
-        if (!fileOpen_) return;
-        fileOpen_ = false;
-    }
-    // A file that got its tag but no audio (a cut that the stop came before)
-    // is no track: it goes rather than staying as an empty file.
-    const std::string last = filename();
-    std::error_code ec;
-    if (!last.empty() && std::filesystem::file_size(last, ec) == TinyID3::tagSize() && !ec)
-        std::filesystem::remove(last, ec);
 }
 
 void Ripper::startDataLoader() {
@@ -659,7 +626,7 @@ int Ripper::connect(TCPSocket& socket) {
         // streaming starts; opening one here would leave an empty chunk 000.
         if (!trackSplit_) runOnMain([this] { setFileName(""); });
         useMeta_ = false;
-        raisePendingDiskError();
+        sink_.raiseFailure();
     }
     return 0;
 }
@@ -706,14 +673,13 @@ void Ripper::dataLoaderTimer() {
     while (state_ >= State::Recording && getData(blockScratch_, false)) {
         if (blockScratch_.size() > bufferSize_)
             throw NamedException("READ BUFFER OVERRUN", "READ BUFFER OVERRUN");
-        raisePendingDiskError();
+        sink_.raiseFailure();
         recBytes_ += static_cast<std::uint32_t>(blockScratch_.size());
         if (trackSplit_ && !useMeta_ && recBytes_ > static_cast<std::uint64_t>(trackSize_) * 1048576ULL) {
             setNoNameFile();
             recBytes_ = 0;
         }
-        std::lock_guard w(writerMutex_);
-        if (fileOpen_ && !relayOnly_) fileBuffer_->addData(blockScratch_);
+        if (!relayOnly_) sink_.add(blockScratch_);
     }
 }
 

@@ -10,8 +10,8 @@
 // One connection thread per start() runs the connect loop and the read loop;
 // it hands the first file set-up and every status refresh to the main thread and
 // waits. Queries may be called from any thread. `bufferLock_` guards the receive
-// buffer and the relay pointer, `infoMutex_` the texts shown to the user, `writerMutex_` the
-// track writer and the current file, `socketMutex_` the socket pointer.
+// buffer and the relay pointer, `infoMutex_` the texts shown to the user, `socketMutex_`
+// the socket pointer; the track sink locks itself.
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -25,9 +25,9 @@
 #include "engine/ConnectionServices.h"
 #include "engine/ConnectionSettings.h"
 #include "engine/IcyDemuxer.h"
-#include "engine/QLNBuffer.h"
 #include "engine/StreamHeader.h"
 #include "engine/TrackHistory.h"
+#include "engine/TrackSink.h"
 #include "platform/ByteBuffer.h"
 #include "platform/FileHandle.h"
 #include "platform/MainLoop.h"
@@ -146,9 +146,6 @@ private:
     // line) to the track files; runs on the connection thread at every end.
     void finishRecording();
     void setEnd(EndReason reason, const std::string& text);
-    // A disk failure noticed on the main thread (the first file) is raised on
-    // the connection thread.
-    void raisePendingDiskError();
     // Fills the next audio block from the demuxer; `atEnd` also takes what the
     // lookahead holds back.
     bool getData(Bytes& block, bool atEnd);
@@ -193,9 +190,7 @@ private:
     std::string filename_;
     std::chrono::system_clock::time_point connectionDate_{};
 
-    mutable std::mutex writerMutex_;
-    std::unique_ptr<QLNBuffer> fileBuffer_;
-    bool fileOpen_ = false;
+    TrackSink sink_;
 
     mutable std::mutex bufferLock_;
     IcyDemuxer demuxer_{kDefaultBlockSize, false};
@@ -233,13 +228,7 @@ private:
     std::atomic<std::uint16_t> servePort_{0};
     std::atomic<bool> threadActive_{false};
     std::atomic<EndReason> endReason_{EndReason::None};
-    std::string endText_;           // under infoMutex_
-    std::string pendingDiskError_;  // under writerMutex_
-    // The last file this connection created, and the name it asked for (its
-    // path before a numbered name was taken): a reconnect that resumes the
-    // same title, or recording switched on again, appends to it.
-    std::string resumePath_;  // under infoMutex_
-    std::string resumeBase_;  // under infoMutex_
+    std::string endText_;  // under infoMutex_
     // No file opened yet since the last (re)connect: the first may resume.
     std::atomic<bool> firstFileOfRun_{true};
 };

@@ -2,15 +2,12 @@
 // what the next file is called, in which folder it lies, and what goes into the
 // history. Runs on the connection thread (title changes, size splits) or on the
 // main thread while the connection thread waits (the first file).
-#include <cstring>
 #include <filesystem>
 
 #include <fmt/format.h>
 
 #include "engine/Ripper.h"
 #include "engine/RipperOwner.h"
-#include "engine/TinyID3.h"
-#include "engine/TrackFile.h"
 #include "engine/TrackHistory.h"
 #include "engine/TrackName.h"
 #include "platform/Home.h"
@@ -82,9 +79,7 @@ void Ripper::finishCurrentFile(std::string& finishedPath) {
     finishedPath = parentFolderIfIncomplete(current);
     bool skipped = currentItem_ && currentItem_->skipped();
     if (finishedPath != current && !skipped) {
-        // Deliberate: a file already there under the finished name is never
-        // replaced; the track takes the next free name beside it.
-        finishedPath = TrackFile::moveUnique(current, finishedPath);
+        finishedPath = TrackSink::moveFinished(current, finishedPath);
         if (finishedPath != current) handToLibrary(finishedPath);
     }
 }
@@ -243,50 +238,19 @@ void Ripper::createFolderHierarchy() {
 }
 
 void Ripper::setupFile(bool write, bool mayResume) {
-    bool skipped = currentItem_ && currentItem_->skipped();
-    FileHandle file;
-    if (write && !skipped) {
-        const std::string path = filename();
-        std::string resumePath, resumeBase;
-        {
-            std::lock_guard lock(infoMutex_);
-            resumePath = resumePath_;
-            resumeBase = resumeBase_;
-        }
-        // Deliberate: an existing file is never truncated or shared. The
-        // connection's own last file is appended to when its title resumes
-        // (after a reconnect, or when recording is switched on again); any
-        // other name that is taken gets the next free numbered name.
-        TrackFile::Opened opened;
-        if (mayResume && !resumePath.empty() && (path == resumeBase || path == resumePath))
-            opened = TrackFile::openForAppending(resumePath);
-        const bool resumed = opened.file.isOpen();
-        if (!resumed) opened = TrackFile::createUnique(path);
-        if (opened.file.isOpen() && !resumed) {
-            TinyID3 tag;
-            tag.setGenre(bookmark_->genre());
-            tag.setSeparator(bookmark_->separator().value_or(""));
-            if (!tag.updateFile(opened.file, currentTrack()) && TinyID3::tagSize() > 0) opened.error = errno;
-        }
-        if (opened.error != 0 && !(resumed && opened.file.isOpen())) {
-            std::lock_guard lock(writerMutex_);
-            pendingDiskError_ =
-                fmt::format("Disk error: cannot write {}: {}", opened.path, std::strerror(opened.error));
-            opened.file = FileHandle::nullDevice();
-        } else {
-            std::lock_guard lock(infoMutex_);
-            filename_ = opened.path;
-            resumePath_ = opened.path;
-            if (!resumed) resumeBase_ = path;
-        }
-        if (currentItem_ && !skipped) currentItem_->setPath(opened.path);
-        file = std::move(opened.file);
-    } else {
-        file = FileHandle::nullDevice();
+    const bool skipped = currentItem_ && currentItem_->skipped();
+    if (!write || skipped) {
+        sink_.discardTrack();
+        return;
     }
-    std::lock_guard lock(writerMutex_);
-    fileBuffer_->setNewFileHandle(std::move(file));
-    fileOpen_ = true;
+    TrackSink::Tag tag{currentTrack(), bookmark_->genre(), bookmark_->separator().value_or("")};
+    auto path = sink_.openTrack(filename(), tag, mayResume);
+    if (!path) return;  // the failure is raised on the connection thread
+    {
+        std::lock_guard lock(infoMutex_);
+        filename_ = *path;
+    }
+    if (currentItem_) currentItem_->setPath(*path);
 }
 
 }  // namespace quillon
