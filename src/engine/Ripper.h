@@ -155,7 +155,6 @@ private:
     void setFileName(const std::string& title);
     void setNoNameFile();
     std::string genericTitle();
-    static std::string trackNumber(const std::string& text);
     void createFolderHierarchy();
     std::string parentFolderIfIncomplete(const std::string& path);
     // Opens the current track's file (or the null device) for the writer.

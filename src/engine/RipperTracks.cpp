@@ -10,6 +10,7 @@
 #include "engine/RipperOwner.h"
 #include "engine/TrackHistory.h"
 #include "engine/TrackName.h"
+#include "engine/TrackSplitPolicy.h"
 #include "platform/Home.h"
 #include "platform/Localization.h"
 #include "platform/TextUtil.h"
@@ -40,15 +41,7 @@ void Ripper::handToLibrary(const std::string& path) {
 
 void Ripper::getName(const Bytes& metadata) {
     if (!useMeta_) return;
-    auto title = VoObject::returnStringInData(metadata, "StreamTitle='", "';");
-    if (!title) return;
-    std::string text = *title;  // already UTF-8
-    if (bookmark_->clean()) text = VoObject::alphabeticString(text);
-    setFileName(text);
-}
-
-std::string Ripper::trackNumber(const std::string& text) {
-    return text.size() <= 4 ? text : text.substr(text.size() - 4);
+    if (auto title = TrackSplitPolicy::titleFromMetadata(metadata, bookmark_->clean())) setFileName(*title);
 }
 
 std::string Ripper::genericTitle() {
@@ -61,13 +54,8 @@ std::string Ripper::genericTitle() {
         trackSplit_ = true;
         trackSize_ = settings_.chunkSizeMiB;
     }
-    const int mode = settings_.timeMode;
-    std::tm local = TimeUtil::localParts(std::chrono::system_clock::now());
-    int day = local.tm_mday, month = local.tm_mon + 1, year = local.tm_year + 1900;
-    std::string date =
-        mode == 24 ? fmt::format("{}-{}-{}@", day, month, year) : fmt::format("{}-{}-{}@", month, day, year);
-    std::string text =
-        fmt::format("{}-({}{})", title(), date, TimeUtil::formatTime(local.tm_hour, local.tm_min, mode));
+    const std::string text = TrackSplitPolicy::genericTitle(
+        title(), TimeUtil::localParts(std::chrono::system_clock::now()), settings_.timeMode);
     genericName_ = true;
     std::lock_guard lock(infoMutex_);
     genericTitle_ = text;
@@ -86,14 +74,17 @@ void Ripper::finishCurrentFile(std::string& finishedPath) {
 
 void Ripper::setFileName(const std::string& newTitle) {
     std::string title = newTitle;
-    if (!title.empty() && title == lname_) return;
-    if (title.empty()) {
-        if (trackNum_ > 0) return;
-        if (trackSplit_) {
+    switch (TrackSplitPolicy::onTitle(title, lname_, trackNum_, trackSplit_)) {
+        case TrackSplitPolicy::Step::Ignore:
+            return;
+        case TrackSplitPolicy::Step::Chunk:
             setNoNameFile();
             return;
-        }
-        title = genericTitle();
+        case TrackSplitPolicy::Step::Generic:
+            title = genericTitle();
+            break;
+        case TrackSplitPolicy::Step::NewTrack:
+            break;
     }
 
     std::optional<std::string> finished;
@@ -146,8 +137,7 @@ void Ripper::setFileName(const std::string& newTitle) {
         makeFolders(folder);
     }
 
-    std::string name = standardFiltered(title);
-    if (bookmark_->trackNum()) name = trackNumber(fmt::format("000{} ", trackNum_.load())) + name;
+    const std::string name = TrackSplitPolicy::trackStem(title, trackNum_, bookmark_->trackNum());
 
     ++trackNum_;
     setCurrentTrack(name);
@@ -183,12 +173,9 @@ void Ripper::setNoNameFile() {
         currentItem_ = history->newItem(generic, bookmark_->name().value_or(""), trackNum_);
         history->add(currentItem_);
     }
-    std::string name = standardFiltered(generic);
-    setCurrentTrack(name);
+    setCurrentTrack(standardFiltered(generic));
     setState(State::Recording);
-    // Deliberate: chunk numbers keep all their digits past 999 ("1000 "), so
-    // that a long recording does not come round to the names of its first chunks.
-    if (trackSplit_) name = fmt::format("{:03} ", trackNum_.load()) + name;
+    const std::string name = trackSplit_ ? TrackSplitPolicy::chunkStem(generic, trackNum_) : currentTrack();
     ++trackNum_;
     std::string path =
         joinPath(downloadPath(), fileNameForTrack(name, standardFiltered(bookmark_->name().value_or(""))));
@@ -205,21 +192,12 @@ void Ripper::setNoNameFile() {
 }
 
 std::string Ripper::parentFolderIfIncomplete(const std::string& path) {
-    if (trackNum_ < 2) return path;
-    std::filesystem::path file(path);
-    std::filesystem::path folder = file.parent_path();
-    if (folder.filename() == incompleteFolderName()) folder = folder.parent_path();
-    std::string track = currentTrack();
-    const std::string separator = bookmark_->separator().value_or("");
-    bool skipped = currentItem_ && currentItem_->skipped();
-    if (bookmark_->sortArtists() && !skipped && !separator.empty()) {
-        auto at = track.find(separator);
-        if (at != std::string::npos && at > 0) {
-            folder /= safeFolderName(track.substr(0, at), "Unknown Artist");
-            makeFolders(folder.string());
-        }
-    }
-    return (folder / file.filename()).string();
+    const bool skipped = currentItem_ && currentItem_->skipped();
+    auto finished = TrackSplitPolicy::finishedPath(path, trackNum_, incompleteFolderName(), currentTrack(),
+                                                   bookmark_->separator().value_or(""),
+                                                   bookmark_->sortArtists() && !skipped);
+    if (finished.artistFolder) makeFolders(*finished.artistFolder);
+    return finished.path;
 }
 
 void Ripper::createFolderHierarchy() {

@@ -273,6 +273,12 @@ void Socket::acceptInThread(std::shared_ptr<AcceptState> state) {
     // log until descriptors come free.
     double backoff = 0;
     bool failing = false;
+    auto failed = [&](const std::string& reason) {
+        if (!failing) Log::info("Accept failed (in thread) {}", reason);
+        failing = true;
+        const double first = timing().acceptRetryDelay;
+        backoff = backoff > 0 ? std::min(backoff * 2, first * 10) : first;
+    };
     // Once `listening` is clear this thread touches nothing but `state`: the
     // socket may already be gone (stopped from inside the handler, see stopListen).
     while (state->listening) {
@@ -292,6 +298,12 @@ void Socket::acceptInThread(std::shared_ptr<AcceptState> state) {
             if (revents & POLLIN) {
                 sockaddr_in address{};
                 FileHandle accepted = acceptClient(address);
+                // A full descriptor table is told without an exception: the
+                // loop meets it over and over until descriptors come free.
+                if (!accepted.isOpen()) {
+                    failed("Accept Error (" + NamedException::errnoText() + ")");
+                    continue;
+                }
                 if (failing) Log::line("Accepting clients again");
                 failing = false;
                 backoff = 0;
@@ -301,10 +313,7 @@ void Socket::acceptInThread(std::shared_ptr<AcceptState> state) {
                                      "Accept Write error (" + NamedException::errnoText() + ")");
             }
         } catch (const NamedException& e) {
-            if (!failing) Log::info("Accept failed (in thread) {}", e.reason());
-            failing = true;
-            const double first = timing().acceptRetryDelay;
-            backoff = backoff > 0 ? std::min(backoff * 2, first * 10) : first;
+            failed(e.reason());
         }
     }
 }
@@ -312,10 +321,7 @@ void Socket::acceptInThread(std::shared_ptr<AcceptState> state) {
 FileHandle Socket::acceptClient(sockaddr_in& address) {
     socklen_t size = sizeof address;
     ++acceptAttempts_;
-    int accepted = ::accept4(fd(), reinterpret_cast<sockaddr*>(&address), &size, SOCK_CLOEXEC);
-    if (accepted < 0)
-        throw NamedException("Accept Error", "Accept Error (" + NamedException::errnoText() + ")");
-    return FileHandle(accepted);
+    return FileHandle(::accept4(fd(), reinterpret_cast<sockaddr*>(&address), &size, SOCK_CLOEXEC));
 }
 
 void Socket::handOver(const std::shared_ptr<AcceptState>& state, FileHandle accepted,

@@ -129,7 +129,7 @@ private:
     bool listen();
     void acceptClients();
     void acceptInThread(std::shared_ptr<AcceptState> state);
-    // Accepts the waiting client; raises NamedException when that fails.
+    // Accepts the waiting client; not open when that fails (errno tells why).
     FileHandle acceptClient(sockaddr_in& address);
     // Lists the accepted client and runs the new-client handler on the main thread.
     void handOver(const std::shared_ptr<AcceptState>& state, FileHandle accepted, const sockaddr_in& address);
