@@ -11,16 +11,20 @@ FUZZ_TARGETS ?= $(patsubst fuzz/%Fuzzer.cpp,%,$(wildcard fuzz/*Fuzzer.cpp))
 JOBS       ?= $(shell nproc)
 CMAKE_ARGS ?=
 
-.PHONY: deps build run test test-fast test-asan test-tsan format clean bench-relay bench-record fuzz-deps fuzz
+.PHONY: deps configure build run test test-fast test-asan test-tsan format clean bench-relay bench-record fuzz-deps fuzz
 
 deps:
 	scripts/install-deps
 
-build: deps
+configure: deps
 	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_ARGS)
+
+build: configure
 	cmake --build $(BUILD) -j $(JOBS)
 
-run: build
+# Builds only the program, then records the built-in station.
+run: configure
+	cmake --build $(BUILD) -j $(JOBS) --target quillon
 	$(BUILD)/quillon demo
 
 test-fast: build
