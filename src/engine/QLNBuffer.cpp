@@ -173,7 +173,7 @@ void QLNBuffer::raiseCloseError() {
         std::lock_guard lock(closeMutex_);
         error = closeError_;
     }
-    if (!error.empty()) throw NamedException("Disk error", error);
+    if (!error.empty()) throw NamedException(kDiskError, error);
 }
 
 void QLNBuffer::addData(std::span<const std::uint8_t> block) {
@@ -243,7 +243,7 @@ void QLNBuffer::writeFront(std::size_t count) {
     // an I/O error) ends the recording loudly rather than dropping audio.
     auto rest = frontSecond(count);
     if (!filehandle_.writeAll(frontFirst(count)) || (!rest.empty() && !filehandle_.writeAll(rest)))
-        throw NamedException("Disk error", fmt::format("Disk error: {}", std::strerror(errno)));
+        throw NamedException(kDiskError, fmt::format("Disk error: {}", std::strerror(errno)));
     ringDrop(count);
     updateHeld();
 }

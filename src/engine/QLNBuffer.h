@@ -38,6 +38,8 @@ namespace quillon {
 
 class QLNBuffer {
 public:
+    // The name of the failure raised when audio cannot reach the disk.
+    static constexpr const char* kDiskError = "Disk error";
     // Writes are batched: nothing goes to the file until the held bytes exceed
     // the delay line by more than this.
     static constexpr std::int64_t kWriteSlack = 16384;

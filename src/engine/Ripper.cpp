@@ -1,13 +1,10 @@
 #include "engine/Ripper.h"
 
-#include <filesystem>
-
 #include <fmt/format.h>
 
 #include "engine/RelayBlockPool.h"
 #include "engine/RipperOwner.h"
 #include "engine/StreamRequest.h"
-#include "engine/TinyID3.h"
 #include "net/TCPSocket.h"
 #include "platform/Localization.h"
 #include "platform/Log.h"
@@ -27,7 +24,7 @@ constexpr int kMaxAttempts = 10;
 // Deliberate bound: a server that redirects for ever (to itself, say) fails
 // the attempt instead of being followed at thousands of connections a second.
 constexpr int kMaxRedirects = 10;
-const char* const kDiskError = "Disk error";
+constexpr std::string_view kDiskError = QLNBuffer::kDiskError;
 
 // The port of a redirection's address: its own, else the scheme's.
 std::string redirectPort(const Url& url) {
@@ -468,7 +465,7 @@ std::string Ripper::endReasonText() const {
             return with("refused");
         case EndReason::DiskError:
             // The failure's own text already begins "Disk error: ...".
-            return text.empty() ? std::string("Disk error") : text;
+            return text.empty() ? std::string(kDiskError) : text;
     }
     return "";
 }

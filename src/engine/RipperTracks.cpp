@@ -2,7 +2,6 @@
 // what the next file is called, in which folder it lies, and what goes into the
 // history. Runs on the connection thread (title changes, size splits) or on the
 // main thread while the connection thread waits (the first file).
-#include <filesystem>
 
 #include <fmt/format.h>
 

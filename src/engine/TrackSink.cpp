@@ -16,7 +16,6 @@ namespace quillon {
 namespace {
 // The seconds of audio the writer holds at most (half of it is the delay line).
 constexpr unsigned kWriterSeconds = 60;
-const char* const kDiskError = "Disk error";
 }  // namespace
 
 void TrackSink::reset(int recordOffset) {
@@ -84,7 +83,7 @@ std::string TrackSink::moveFinished(const std::string& from, const std::string& 
 }
 
 void TrackSink::raisePendingError() {
-    if (!pendingError_.empty()) throw NamedException(kDiskError, std::exchange(pendingError_, {}));
+    if (!pendingError_.empty()) throw NamedException(QLNBuffer::kDiskError, std::exchange(pendingError_, {}));
 }
 
 void TrackSink::raiseFailure() {
