@@ -119,25 +119,6 @@ TEST_F(RipperFaultTest, StreamingFailuresEndInStoppedWithTheirReason) {
     }
 }
 
-TEST_F(RipperFaultTest, AFailureWhileStreamingRestartsTheConnectionWhenReconnecting) {
-    prefs().setState(true, "reconnect");
-    StationOptions options = counterStation();
-    options.closeAfter = 300000;
-    Station station(options);
-    station.start();
-    RecordingOwner owner(folder_);
-    {
-        Ripper ripper(owner, *bookmarkFor(station.port()), false, false);
-        // Three connections: the first two dropped by the station.
-        ASSERT_TRUE(runUntil([&] { return station.clients().size() >= 3; }));
-        ripper.userClose();
-    }
-    int restarts = 0;
-    for (std::size_t i = 1; i < owner.states().size(); ++i)
-        restarts += owner.states()[i - 1] == S && owner.states()[i] == W;
-    EXPECT_GE(restarts, 2);
-}
-
 TEST_F(RipperFaultTest, EmptyTitlesFallBackToGenericNamesAfterThirtyOneBlocks) {
     StationOptions options = counterStation();
     options.emptyTitles = EmptyTitles::zeroLength;

@@ -89,7 +89,7 @@ TEST_F(RipperSafetyTest, EveryEndKeepsEveryByteReceivedUpToIt) {
     }
 }
 
-TEST_F(RipperSafetyTest, AReconnectThatResumesTheTitleAppendsToItsFile) {
+TEST_F(RipperSafetyTest, AFailureRestartsTheConnectionAndTheResumedTitleAppendsToItsFile) {
     prefs().setParam("YES", "reconnect");
     StationOptions options = counterStation();
     options.titles = {"Solo - One"};
@@ -100,10 +100,16 @@ TEST_F(RipperSafetyTest, AReconnectThatResumesTheTitleAppendsToItsFile) {
     RecordingOwner owner(folder_);
     {
         Ripper ripper(owner, *bookmarkFor(station.port()), false, false);
-        // A third connection has begun: the first two have ended and were written out.
+        // A third connection has begun: the first two were dropped by the
+        // station and written out.
         ASSERT_TRUE(runUntil([&] { return station.clients().size() >= 3; }));
         ripper.userClose();
     }
+    int restarts = 0;
+    for (std::size_t i = 1; i < owner.states().size(); ++i)
+        restarts += owner.states()[i - 1] == Ripper::State::Stopped &&
+                    owner.states()[i] == Ripper::State::WaitingToReconnect;
+    EXPECT_GE(restarts, 2);
     ASSERT_EQ(filesUnder(folder_), std::vector<std::string>{"Solo - One.mp3"});
     Bytes audio = audioOf("Solo - One.mp3");
     const Bytes span = counterSpan(options.metaint, *options.closeAfter);
