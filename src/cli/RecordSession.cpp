@@ -249,7 +249,8 @@ int RecordSession::run(const std::vector<std::shared_ptr<Bookmark>>& bookmarks) 
     for (std::size_t row = 0; row < rows; ++row) {
         const Ripper& c = controller_->connectionAt(row);
         if (!streamed_[&c]) {
-            failed.push_back(location(c.bookmark()));
+            const std::string why = c.endReasonText();
+            failed.push_back(location(c.bookmark()) + ": " + (why.empty() ? "no connection" : why));
             continue;
         }
         // Still running here means the run's end (--for, Ctrl-C) stops it.
@@ -261,16 +262,12 @@ int RecordSession::run(const std::vector<std::shared_ptr<Bookmark>>& bookmarks) 
             reason == Ripper::EndReason::None ? std::string("stopped by the user") : c.endReasonText();
         ends.push_back(rows > 1 ? c.connName() + ": " + text : text);
     }
-    std::string reason;
-    for (const auto& line : log_.lines()) reason = line;
     *alive = false;
     controller_.reset();  // ends every connection
     interrupts_.reset();
 
     for (const auto& end : ends) std::fprintf(stderr, "Ended: %s\n", printable(end).c_str());
-    for (const auto& where : failed)
-        std::fprintf(stderr, "quillon: could not record %s: %s\n", where.c_str(),
-                     reason.empty() ? "no connection" : reason.c_str());
+    for (const auto& what : failed) std::fprintf(stderr, "quillon: could not record %s\n", printable(what).c_str());
     if (diskAlmostFull_) std::fprintf(stderr, "quillon: stopped: the recordings disk is almost full\n");
     return failed.empty() && !refused && allEndedWell && !diskAlmostFull_ ? 0 : 1;
 }

@@ -16,7 +16,6 @@
 #include <vector>
 
 #include "app/UserInterface.h"
-#include "platform/Log.h"
 
 namespace quillon {
 
@@ -77,7 +76,6 @@ private:
     RecordOptions options_;
     std::unique_ptr<ActivityController> controller_;
     std::unique_ptr<InterruptWatcher> interrupts_;
-    Log::Capture log_;
     std::map<const Ripper*, bool> streamed_;  // every connection made, and whether it ever streamed
     std::map<const Ripper*, std::uint64_t> bytesAtLastTrack_;
     bool tty_ = false;
