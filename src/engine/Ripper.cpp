@@ -383,10 +383,12 @@ void Ripper::startRipping(std::shared_ptr<TCPSocket> socket) {
         if (state_ >= State::Recording) {
             readStreaming(*socket);
             finishRecording();
+            if (endReason_ == EndReason::DiskError) showDiskError();
         } else if (connected && off_) {
-            // State::Stopped just as streaming began: what came is kept all the same.
+            // Stopped just as streaming began: what came is kept all the same.
             keepArrived(*socket);
             finishRecording();
+            if (endReason_ == EndReason::DiskError) showDiskError();
         } else {
             --errorCount_;
             setEnd(EndReason::Refused, lastFailure.empty() ? "Cannot connect to server" : lastFailure);
@@ -395,21 +397,12 @@ void Ripper::startRipping(std::shared_ptr<TCPSocket> socket) {
         }
     } catch (const NamedException& e) {
         ++errorCount_;
-        Log::line(e.reason());
+        // A disk error is logged below, with the connection's name.
+        if (e.name() != kDiskError) Log::line(e.reason());
         finishRecording();
-        if (e.name() == kDiskError || endReason_ == EndReason::DiskError) {
-            // Deliberate: a disk that cannot take the audio ends the connection
-            // loudly instead of recording on into nothing; no reconnect helps.
-            setEnd(EndReason::DiskError, e.name() == kDiskError ? e.reason() : "");
-            userClose();
-            std::string text = endReasonText();
-            Log::line(fmt::format("{}: {}", connName(), text));
-            {
-                std::lock_guard info(infoMutex_);
-                status_ = text;
-            }
-            setCurrentTrack("");
-            runOnMain([this] { owner_.refreshDetails(*this); });
+        if (e.name() == kDiskError) setEnd(EndReason::DiskError, e.reason());
+        if (endReason_ == EndReason::DiskError) {
+            showDiskError();
             return;
         }
         if (!off_) setEnd(EndReason::Lost, e.reason());
@@ -429,11 +422,24 @@ void Ripper::startRipping(std::shared_ptr<TCPSocket> socket) {
     }
 }
 
+void Ripper::showDiskError() {
+    // Deliberate: a disk that cannot take the audio ends the connection loudly
+    // instead of recording on into nothing; no reconnect helps.
+    userClose();
+    const std::string text = endReasonText();
+    Log::line(fmt::format("{}: {}", connName(), text));
+    {
+        std::lock_guard info(infoMutex_);
+        status_ = text;
+    }
+    setCurrentTrack("");
+    runOnMain([this] { owner_.refreshDetails(*this); });
+}
+
 void Ripper::setEnd(EndReason reason, const std::string& text) {
-    // The first reason of a run is the one that counts: a disk error is not
-    // turned into a user's stop by the close that follows it.
-    // A disk error outranks whatever else ended the run: it is what the user
-    // must hear of.
+    // The first reason of a run is the one that counts (a disk error is not
+    // turned into a user's stop by the close that follows it), except that a
+    // disk error outranks any other: it is what the user must hear of.
     EndReason current = EndReason::None;
     if (!endReason_.compare_exchange_strong(current, reason)) {
         if (reason != EndReason::DiskError || current == EndReason::DiskError) return;
@@ -514,7 +520,7 @@ void Ripper::readStreaming(TCPSocket& socket) {
         }
         dataLoaderTimer();
     }
-    // State::Stopped between two reads: what the socket already holds is kept too.
+    // Stopped between two reads: what the socket already holds is kept too.
     keepArrived(socket);
 }
 
@@ -539,8 +545,11 @@ void Ripper::finishRecording() {
                 if (!relayOnly_) sink_.add(blockScratch_);
             sink_.finish();
         } catch (const NamedException& e) {
-            Log::line(e.reason());
-            if (e.name() == kDiskError) setEnd(EndReason::DiskError, e.reason());
+            // A disk error is shown and logged by the caller, with the connection's name.
+            if (e.name() == kDiskError)
+                setEnd(EndReason::DiskError, e.reason());
+            else
+                Log::line(e.reason());
         }
     }
 }

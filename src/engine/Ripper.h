@@ -146,6 +146,8 @@ private:
     // line) to the track files; runs on the connection thread at every end.
     void finishRecording();
     void setEnd(EndReason reason, const std::string& text);
+    // Ends the connection for good with the disk error as its status text and a log line.
+    void showDiskError();
     // Fills the next audio block from the demuxer; `atEnd` also takes what the
     // lookahead holds back.
     bool getData(Bytes& block, bool atEnd);
