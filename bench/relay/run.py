@@ -397,7 +397,7 @@ def main():
     args.listeners = [int(x) for x in args.listeners.split(",")]
     if args.quick:
         args.seconds = 15
-    if not shutil.which("streamripper"):
+    if "sr" in args.relays.split(",") and not shutil.which("streamripper"):
         sys.exit("bench: streamripper is not installed (apt-get install streamripper)")
     if not args.no_build:
         record.build(args)
