@@ -55,8 +55,9 @@ format:
 bench-relay:
 	python3 bench/relay/run.py $(BENCH_ARGS)
 
-# Recording throughput, CPU and memory beside streamripper and curl (about 15 minutes,
-# up to 11 GiB of temporary files; not part of `make test`). BENCH_ARGS=--quick to try.
+# Recording throughput, CPU, memory and audio lost at stop beside streamripper and curl
+# (about 15 minutes, up to 11 GiB of temporary files; not part of `make test`).
+# BENCH_ARGS=--quick to try; BENCH_ARGS="--recorders quillon,curl" to leave peers out.
 bench-record:
 	python3 bench/record/run.py $(BENCH_ARGS)
 

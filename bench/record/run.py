@@ -9,6 +9,13 @@ Phases (each contender runs against a fresh station of its own):
   b  N connections at real time for T seconds, one process each (and quillon once
      more with all N in one process): CPU per stream-minute, RSS per connection
   c  one long run at --rate max: RSS sampled over time, growth from 5% to 99% written
+  d  audio lost at stop: real-time recordings stopped after T seconds by the
+     recorder's own duration option, by SIGTERM, by SIGINT (Ctrl-C) and by the
+     station's end of stream; the audio on disk (ffprobe-decoded, and bytes less
+     tags) against the audio the station delivered, counted by a loopback proxy
+
+--recorders picks the contenders (quillon always runs); each peer is needed only
+when chosen.
 
 This reports figures; it asserts nothing. The verdicts it prints compare the
 figures of this one run with each other. Every process it starts is stopped by
@@ -21,7 +28,9 @@ import json
 import os
 import platform
 import shutil
+import selectors
 import signal
+import socket
 import statistics
 import subprocess
 import sys
@@ -336,7 +345,11 @@ class Context:
         self.quillon = os.path.join(args.build_dir, "quillon")
         self.work = tempfile.mkdtemp(prefix=prefix, dir=args.tmp)
         self.cap_bytes = 0
-        self.results = {"machine": machine(), "started": datetime.datetime.now().isoformat(timespec="seconds")}
+        # The relay benchmark names its contenders --relays.
+        self.recorders = getattr(args, "recorders", getattr(args, "relays", "quillon")).split(",")
+        self.contenders = [c for c in CONTENDERS if c.name in self.recorders]
+        peers = {name.split("-")[0] for name in self.recorders}
+        self.results = {"machine": machine(peers), "started": datetime.datetime.now().isoformat(timespec="seconds")}
 
     def fresh(self, name):
         path = os.path.join(self.work, name)
@@ -348,7 +361,8 @@ class Context:
         return Station(self.quillon, self.fresh("station-home"), *options)
 
 
-def machine():
+def machine(peers):
+    """The machine and the versions of the programs that run (a peer not run is not asked)."""
     def run(argv):
         try:
             return subprocess.run(argv, capture_output=True, text=True, timeout=10).stdout.strip()
@@ -373,8 +387,8 @@ def machine():
         "kernel": platform.release(),
         "quillon": run(["git", "-C", ROOT, "rev-parse", "--short", "HEAD"])
         + (" with local changes" if run(["git", "-C", ROOT, "status", "--porcelain", "--", "src", "tools"]) else ""),
-        "streamripper": run(["streamripper", "-v"]).splitlines()[0] if run(["streamripper", "-v"]) else "?",
-        "curl": run(["curl", "--version"]).splitlines()[0].split(" (")[0],
+        "streamripper": (run(["streamripper", "-v"]).splitlines() or ["?"])[0] if "sr" in peers else "not run",
+        "curl": run(["curl", "--version"]).splitlines()[0].split(" (")[0] if "curl" in peers else "curl not run",
         "load_at_start": [round(x, 2) for x in os.getloadavg()],
     }
 
@@ -397,9 +411,9 @@ def phase_a(ctx):
     total = int(a.a_gib * GIB)
     ctx.cap_bytes = total
     require_free(ctx.work, total * 1.1)
-    runs = {c.name: [] for c in CONTENDERS}
+    runs = {c.name: [] for c in ctx.contenders}
     for rep in range(a.repeat):
-        for c in CONTENDERS:
+        for c in ctx.contenders:
             station = ctx.station("--rate", "max", "--payload", "mp3", "--metaint", META_INT, "--title-every",
                                   TITLE_EVERY, "--close-after", total)
             out, home = ctx.fresh("out"), ctx.fresh("home")
@@ -428,7 +442,7 @@ def phase_a(ctx):
                 f"cpu {run['cpu']:.2f} s  "
                 f"disk {run['disk'] / MIB:.0f} MiB  exit {run['exit']}")
     summary = {}
-    for c in CONTENDERS:
+    for c in ctx.contenders:
         r = runs[c.name]
         wall = median([x["wall"] for x in r])
         summary[c.name] = {
@@ -453,7 +467,7 @@ def phase_b(ctx):
     ctx.cap_bytes = 64 * MIB
     # One process per connection for every recorder, as the peers can do no
     # other; then quillon once more with all connections in one process.
-    plan = [(c, n) for c in CONTENDERS] + [(Quillon("quillon-1proc", f"quillon record, {n} in one process", n), 1)]
+    plan = [(c, n) for c in ctx.contenders] + [(Quillon("quillon-1proc", f"quillon record, {n} in one process", n), 1)]
     summary = {}
     for c, processes in plan:
         connections = n // processes
@@ -524,7 +538,7 @@ def phase_c(ctx):
     total = int(a.c_gib * GIB)
     ctx.cap_bytes = total
     summary = {}
-    for c in CONTENDERS:
+    for c in ctx.contenders:
         # curl writes one file that cannot be trimmed while it grows.
         require_free(ctx.work, total * 1.05 if isinstance(c, Curl) else 2 * GIB)
         station = ctx.station("--rate", "max", "--payload", "mp3", "--metaint", META_INT, "--title-every",
@@ -591,11 +605,328 @@ def phase_c(ctx):
     ctx.results["c"] = {"bytes": total, "contenders": summary}
 
 
+# ---- phase d: audio lost at stop -------------------------------------------------
+
+
+class IcyStream:
+    """Parses an ICY response as it arrives (header, then audio in meta-interval
+    blocks, each followed by a metadata block), counts its audio bytes and, when
+    given a file, copies the audio there."""
+
+    def __init__(self, audio_file=None):
+        self.audio_file = audio_file
+        self.head = b""
+        self.in_header = True
+        self.metaint = 0
+        self.left_audio = 0
+        self.left_meta = -1  # -1: the length byte comes next
+        self.audio = 0
+
+    def feed(self, data):
+        data = bytes(data)
+        if self.in_header:
+            self.head += data
+            end = self.head.find(b"\r\n\r\n")
+            if end < 0:
+                if len(self.head) > 65536:
+                    raise RuntimeError("no end of header")
+                return
+            data = self.head[end + 4:]
+            for line in self.head[:end].decode("latin-1").split("\r\n"):
+                key, _, value = line.partition(":")
+                if key.strip().lower() == "icy-metaint":
+                    self.metaint = int(value.strip())
+            self.in_header = False
+            self.left_audio = self.metaint
+        i, n = 0, len(data)
+        while i < n:
+            if not self.metaint or self.left_audio:
+                take = n - i if not self.metaint else min(self.left_audio, n - i)
+                self._audio(data[i:i + take])
+                self.left_audio -= take if self.metaint else 0
+                i += take
+            elif self.left_meta < 0:
+                self.left_meta = data[i] * 16
+                i += 1
+                if self.left_meta == 0:
+                    self.left_meta, self.left_audio = -1, self.metaint
+            else:
+                take = min(self.left_meta, n - i)
+                self.left_meta -= take
+                i += take
+                if self.left_meta == 0:
+                    self.left_meta, self.left_audio = -1, self.metaint
+
+    def _audio(self, chunk):
+        self.audio += len(chunk)
+        if self.audio_file:
+            self.audio_file.write(chunk)
+
+
+class CountingProxy(threading.Thread):
+    """A loopback hop between one recorder and its station that knows what the
+    station delivered: every byte it hands to the recorder's socket is parsed
+    (audio counted and copied to `audio_path`, metadata left out) and stamped with
+    the time. Bytes the kernel accepted for the recorder count as delivered, read
+    or not. Connections are served one after another and summed."""
+
+    def __init__(self, station_url, audio_path):
+        super().__init__(daemon=True)
+        hostport = station_url.split("://", 1)[1].split("/", 1)[0]
+        host, _, port = hostport.rpartition(":")
+        self.upstream = (host, int(port))
+        self.listener = socket.create_server(("127.0.0.1", 0))
+        self.listener.settimeout(0.2)
+        self.url = f"http://127.0.0.1:{self.listener.getsockname()[1]}/"
+        self.audio_file = open(audio_path, "wb")
+        self.audio = 0  # audio bytes delivered over all connections
+        self.connections = 0
+        self.stamps = []  # (time, audio delivered so far), one per chunk handed on
+        self.client_closed = None  # when the recorder last hung up
+        self.halt = threading.Event()
+        self.failure = None
+
+    def run(self):
+        try:
+            while not self.halt.is_set():
+                try:
+                    client, _ = self.listener.accept()
+                except TimeoutError:
+                    continue
+                with client, socket.create_connection(self.upstream, timeout=10) as station:
+                    self.connections += 1
+                    self._pump(client, station, IcyStream(self.audio_file))
+        except Exception as e:  # reported with the figures, not lost in a thread
+            self.failure = repr(e)
+        finally:
+            self.audio_file.close()
+
+    def _pump(self, client, station, icy):
+        base = self.audio
+        client.settimeout(10)
+        sel = selectors.DefaultSelector()
+        sel.register(client, selectors.EVENT_READ, "client")
+        sel.register(station, selectors.EVENT_READ, "station")
+        try:
+            while not self.halt.is_set():
+                for key, _ in sel.select(0.2):
+                    try:
+                        data = key.fileobj.recv(65536)
+                    except OSError:
+                        data = b""
+                    if key.data == "client":
+                        if not data:
+                            self.client_closed = time.monotonic()
+                            return
+                        station.sendall(data)
+                        continue
+                    if not data:
+                        # The station hung up: pass that on and wait for the recorder to close.
+                        sel.unregister(station)
+                        client.shutdown(socket.SHUT_WR)
+                        continue
+                    view = memoryview(data)
+                    while view:
+                        try:
+                            sent = client.send(view)
+                        except OSError:
+                            self.client_closed = time.monotonic()
+                            return
+                        icy.feed(view[:sent])
+                        view = view[sent:]
+                        self.audio = base + icy.audio
+                        self.stamps.append((time.monotonic(), self.audio))
+        finally:
+            sel.close()
+
+    def delivered_by(self, moment):
+        """Audio bytes delivered up to `moment` (a time.monotonic() value)."""
+        upto = [audio for t, audio in self.stamps if t <= moment]
+        return upto[-1] if upto else 0
+
+    def stop(self):
+        self.halt.set()
+        if self.is_alive():
+            self.join()
+        self.listener.close()
+
+
+def mp3_audio(path):
+    """A file's bytes less its ID3v2 tag at the front and its ID3v1 tag at the end."""
+    with open(path, "rb") as f:
+        data = f.read()
+    start, end = 0, len(data)
+    if len(data) >= 10 and data[:3] == b"ID3":
+        start = 10 + ((data[6] << 21) | (data[7] << 14) | (data[8] << 7) | data[9])
+        start += 10 if data[5] & 0x10 else 0  # a footer
+    if end - start >= 128 and data[end - 128:end - 125] == b"TAG":
+        end -= 128
+    return data[min(start, end):end]
+
+
+def decoded_seconds(path):
+    """Seconds of audio ffprobe reads from an MPEG audio file: the sum of its
+    frames' durations (not the size-based estimate it reports as the duration)."""
+    out = subprocess.run(["ffprobe", "-v", "error", "-select_streams", "a:0", "-show_entries",
+                          "packet=duration_time", "-of", "csv=p=0", path], capture_output=True, text=True)
+    total = 0.0
+    for line in out.stdout.split():
+        try:
+            total += float(line.strip(","))
+        except ValueError:
+            pass
+    return total
+
+
+def audio_files(folder):
+    return sorted(os.path.join(base, n) for base, _dirs, names in os.walk(folder) for n in names)
+
+
+class StopCase:
+    """One recorder stopped one way: by its own duration option, a signal, or the
+    station's end of stream."""
+
+    def __init__(self, contender, how, label):
+        self.contender, self.how, self.label = contender, how, label
+
+
+STOP_CASES = [
+    StopCase(Quillon("quillon", "quillon record"), "duration", "`--for {}s`"),
+    StopCase(Quillon("quillon", "quillon record"), "SIGTERM", "SIGTERM"),
+    StopCase(Quillon("quillon", "quillon record"), "SIGINT", "SIGINT (Ctrl-C)"),
+    StopCase(Quillon("quillon", "quillon record"), "end", "end of stream"),
+    StopCase(Curl("curl", "curl -o (raw copy)"), "duration", "`--max-time {}`"),
+    StopCase(Curl("curl", "curl -o (raw copy)"), "SIGTERM", "SIGTERM"),
+    StopCase(Curl("curl", "curl -o (raw copy)"), "end", "end of stream"),
+]
+
+
+def on_disk_audio(case, out, scratch):
+    """(decoded seconds, the audio of each file) a recorder left in `out`."""
+    files = audio_files(out)
+    if isinstance(case.contender, Curl):
+        # One file holding the response as received: header, audio and metadata.
+        stripped = os.path.join(scratch, "curl-audio.mp3")
+        with open(stripped, "wb") as f:
+            icy = IcyStream(f)
+            for path in files:
+                with open(path, "rb") as g:
+                    while chunk := g.read(1 << 16):
+                        icy.feed(chunk)
+        with open(stripped, "rb") as f:
+            return decoded_seconds(stripped), [f.read()]
+    return sum(decoded_seconds(p) for p in files), [mp3_audio(p) for p in files]
+
+
+def gaps(delivered, pieces):
+    """Audio missing ahead of the first file and after the last one, in bytes:
+    each file's audio is located in what was delivered. Within one title the
+    station loops a tone of about 2 s, so a gap longer than a loop could be
+    placed a loop off; the total lost does not depend on this."""
+    found = [(delivered.find(p), delivered.rfind(p), len(p)) for p in pieces if p]
+    if not found or any(first < 0 for first, _last, _n in found):
+        return None, None
+    return min(first for first, _last, _n in found), len(delivered) - max(last + n for _f, last, n in found)
+
+
+def phase_d(ctx):
+    """Every case at once, each with a station and a counting proxy of its own:
+    real-time audio for `seconds`, then the stop; audio delivered against audio
+    on disk once every recorder has exited."""
+    a = ctx.args
+    seconds = a.d_seconds
+    rate = 128 * 125
+    cases = [c for c in STOP_CASES if c.contender.name in ctx.recorders]
+    runs = []
+    try:
+        for i, case in enumerate(cases):
+            c = case.contender
+            options = ["--rate", "realtime", "--bitrate", 128, "--payload", "mp3", "--metaint", META_INT,
+                       "--title-every", a.b_title_every]
+            if case.how == "end":
+                options += ["--close-after", seconds * rate]
+            run = {"case": case, "out": ctx.fresh(f"stop-out-{i}"), "home": ctx.fresh(f"stop-home-{i}"),
+                   "scratch": ctx.fresh(f"stop-scratch-{i}"), "stop_sent": None}
+            run["station"] = Station(ctx.quillon, ctx.fresh(f"stop-station-{i}"), *options)
+            runs.append(run)
+            run["proxy"] = CountingProxy(run["station"].url, os.path.join(run["scratch"], "delivered.mp3"))
+            run["proxy"].start()
+            c.prepare(ctx, run["home"], i)
+        for run in runs:
+            case = run["case"]
+            limit = seconds if case.how == "duration" else None
+            argv = case.contender.argv(ctx, run["proxy"].url, run["out"], limit)
+            run["proc"] = Proc(argv, case.contender.env(run["home"]))
+        deadline = time.monotonic() + seconds + 60
+        while not all(r["proc"].poll() for r in runs):
+            now = time.monotonic()
+            for r in runs:
+                how, p = r["case"].how, r["proc"]
+                if how.startswith("SIG") and r["stop_sent"] is None and now - p.started >= seconds:
+                    os.kill(p.pid, getattr(signal, how))
+                    r["stop_sent"] = time.monotonic()
+            if now > deadline:
+                log(f"  d: recorders still running {seconds + 60} s after the start; stopped")
+                break
+            time.sleep(0.05)
+    finally:
+        for r in runs:
+            if "proc" in r:
+                r["proc"].stop()
+            if "proxy" in r:
+                r["proxy"].stop()
+            r["station"].stop()
+    summary = []
+    for r in runs:
+        case, proxy, p = r["case"], r["proxy"], r["proc"]
+        disk_s, pieces = on_disk_audio(case, r["out"], r["scratch"])
+        disk_bytes, files = sum(len(x) for x in pieces), len(pieces)
+        delivered_path = os.path.join(r["scratch"], "delivered.mp3")
+        sent_s = decoded_seconds(delivered_path)
+        with open(delivered_path, "rb") as f:
+            head_gap, tail_gap = gaps(f.read(), pieces)
+        after_stop = proxy.audio - proxy.delivered_by(r["stop_sent"]) if r["stop_sent"] else None
+        row = {
+            "recorder": case.contender.label,
+            "stopped_by": case.label.format(seconds),
+            "how": case.how,
+            "delivered_bytes": proxy.audio,
+            "delivered_s": sent_s,
+            "disk_bytes": disk_bytes,
+            "disk_s": disk_s,
+            "lost_bytes": proxy.audio - disk_bytes,
+            "lost_s": sent_s - disk_s,
+            "lost_s_by_bytes": (proxy.audio - disk_bytes) / rate,
+            "lost_ahead_bytes": head_gap,
+            "lost_after_bytes": tail_gap,
+            "after_stop_s": after_stop / rate if after_stop is not None else None,
+            "files": files,
+            "connections": proxy.connections,
+            "exit": p.status,
+            "wall": p.wall,
+            "proxy_failure": proxy.failure,
+        }
+        summary.append(row)
+        log(f"  d {row['recorder']:18} {row['how']:8} delivered {row['delivered_s']:.2f} s "
+            f"({row['delivered_bytes']} B), on disk {row['disk_s']:.2f} s ({row['disk_bytes']} B in {files} files), "
+            f"lost {row['lost_s']:.2f} s decoded / {row['lost_s_by_bytes']:.3f} s by bytes (ahead of the first "
+            f"file {head_gap} B, after the last {tail_gap} B); exit {row['exit']}"
+            + (f"; proxy: {proxy.failure}" if proxy.failure else ""))
+        for key in ("out", "home", "scratch"):
+            shutil.rmtree(r[key], ignore_errors=True)
+    ctx.results["d"] = {"seconds": seconds, "title_every": a.b_title_every, "cases": summary}
+
+
 # ---- report ------------------------------------------------------------------
 
 
 def verdict(ok):
     return "met" if ok else "MISSED"
+
+
+def opt(x, form="{}"):
+    """A figure that may be missing."""
+    return form.format(x) if x is not None else "-"
 
 
 def table(caption, columns):
@@ -648,10 +979,26 @@ def report(ctx):
                          f"{s['rss_end_kib'] / 1024:.2f} | {s['growth_kib']:+d} | {s['growth_second_half_kib']:+d} | "
                          f"{s['rss_steady_max_kib'] / 1024:.2f} | {s['peak_rss_kib'] / 1024:.2f} | {s['wall']:.1f} |")
         lines.append("")
+    if "d" in r:
+        lines += table(f"(d) audio lost at stop: 128 kbit/s in real time, stopped after {r['d']['seconds']} s, "
+                       f"titles every {r['d']['title_every']} bytes; delivered = audio the station handed to the "
+                       f"recorder's socket",
+                       ["recorder", "stopped by", "delivered s", "on disk s", "lost s", "lost bytes",
+                        "of which ahead of the first file", "after the last file", "delivered after the signal s",
+                        "files", "exit"])
+        for s in r["d"]["cases"]:
+            lines.append(f"| {s['recorder']} | {s['stopped_by']} | {s['delivered_s']:.2f} | {s['disk_s']:.2f} | "
+                         f"{s['lost_s']:.2f} | {s['lost_bytes']} | {opt(s['lost_ahead_bytes'])} | "
+                         f"{opt(s['lost_after_bytes'])} | {opt(s['after_stop_s'], '{:.2f}')} | {s['files']} | "
+                         f"{s['exit']} |")
+        lines.append("")
     lines += ["Targets (this run):"]
     if "a" in r:
         a = r["a"]["contenders"]
         for peer, goal, what in (("sr-xs-none", 2, "streamripper --xs-none"), ("curl", 0.5, "raw copy")):
+            if peer not in a:
+                lines.append(f"- throughput >= {goal:g}x {what}: not measured ({peer} not run)")
+                continue
             ratios = [a["quillon"][k] / a[peer][k] for k in ("mib_s", "mib_s_exit", "mib_s_sync")]
             lines.append(f"- throughput >= {goal:g}x {what}: {ratios[0]:.2f}x to the last write, "
                          f"{verdict(ratios[0] >= goal)}; {ratios[1]:.2f}x to exit, {verdict(ratios[1] >= goal)}; "
@@ -659,9 +1006,12 @@ def report(ctx):
     if "b" in r:
         b = r["b"]["contenders"]
         q = b["quillon"]["cpu_per_stream_minute"]
-        cheapest = min(b["sr"]["cpu_per_stream_minute"], b["sr-xs-none"]["cpu_per_stream_minute"])
-        lines.append(f"- CPU per stream <= 0.5x streamripper's (its cheaper mode): {q / cheapest:.2f}x, "
-                     f"{verdict(q / cheapest <= 0.5)}")
+        modes = [b[k]["cpu_per_stream_minute"] for k in ("sr", "sr-xs-none") if k in b]
+        if modes:
+            lines.append(f"- CPU per stream <= 0.5x streamripper's (its cheaper mode): {q / min(modes):.2f}x, "
+                         f"{verdict(q / min(modes) <= 0.5)}")
+        else:
+            lines.append("- CPU per stream <= 0.5x streamripper's: not measured (streamripper not run)")
         rss = b["quillon"]["peak_rss_mean_kib"] / 1024
         lines.append(f"- RSS per connection <= 1.5 MiB, one process per connection: {rss:.2f} MiB, "
                      f"{verdict(rss <= 1.5)}")
@@ -675,6 +1025,16 @@ def report(ctx):
         g, h = q["growth_kib"], q["growth_second_half_kib"]
         lines.append(f"- no RSS growth over the long run: {g:+d} KiB from 5% to the end ({verdict(g <= 0)}), "
                      f"{h:+d} KiB over the second half ({verdict(h <= 0)})")
+    if "d" in r:
+        for s in r["d"]["cases"]:
+            if s["recorder"].startswith("quillon"):
+                # Audio handed on after the signal may have come too late to be read.
+                after = s["lost_after_bytes"]
+                late = round(s["after_stop_s"] * 16000) if s["after_stop_s"] is not None else 0
+                ok = after is not None and after <= late
+                lines.append(f"- no audio lost at stop ({s['stopped_by']}): {opt(after)} bytes missing after the "
+                             f"last file, {late} of them delivered after the signal, {verdict(ok)}; lost in all "
+                             f"{s['lost_s']:.2f} s decoded, {s['lost_bytes']} bytes")
     return "\n".join(lines) + "\n"
 
 
@@ -688,7 +1048,9 @@ def publish(text, results, json_path):
 
 def main():
     p = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    p.add_argument("--phases", default="abc", help="which phases to run (default: abc)")
+    p.add_argument("--phases", default="abcd", help="which phases to run (default: abcd)")
+    p.add_argument("--recorders", default="quillon,sr,sr-xs-none,curl",
+                   help="which recorders (default: quillon,sr,sr-xs-none,curl; quillon always runs)")
     p.add_argument("--build-dir", default=os.path.join(ROOT, "build-bench"))
     p.add_argument("--no-build", action="store_true", help="use the quillon already built in --build-dir")
     p.add_argument("--tmp", default=tempfile.gettempdir(), help="folder for the recordings (same disk as /tmp)")
@@ -701,19 +1063,26 @@ def main():
     p.add_argument("--c-gib", type=float, default=10)
     p.add_argument("--c-interval", type=float, default=0.1)
     p.add_argument("--c-timeout", type=float, default=1800)
+    p.add_argument("--d-seconds", type=int, default=60, help="seconds recorded before the stop in phase d")
     p.add_argument("--json", help="also write every figure (and the RSS series of phase c) here")
-    p.add_argument("--quick", action="store_true", help="small sizes for a try-out: 0.25 GiB, 5 x 15 s, 1 GiB")
+    p.add_argument("--quick", action="store_true",
+                   help="small sizes for a try-out: 0.25 GiB, 5 x 15 s, 1 GiB, stop after 15 s")
     args = p.parse_args()
     if args.quick:
-        args.a_gib, args.repeat, args.b_streams, args.b_seconds, args.c_gib = 0.25, 1, 5, 15, 1
-    for tool in ("streamripper", "curl"):
+        args.a_gib, args.repeat, args.b_streams, args.b_seconds, args.c_gib, args.d_seconds = 0.25, 1, 5, 15, 1, 15
+    if "quillon" not in args.recorders.split(","):
+        args.recorders += ",quillon"
+    chosen = set(args.recorders.split(","))
+    tools = [(t, t) for t, names in (("streamripper", {"sr", "sr-xs-none"}), ("curl", {"curl"})) if names & chosen]
+    tools += [("ffprobe", "ffmpeg")] if "d" in args.phases else []
+    for tool, package in tools:
         if not shutil.which(tool):
-            sys.exit(f"bench: {tool} is not installed (apt-get install {tool})")
+            sys.exit(f"bench: {tool} is not installed (apt-get install {package})")
     if not args.no_build:
         build(args)
     ctx = Context(args)
     try:
-        for phase, fn in (("a", phase_a), ("b", phase_b), ("c", phase_c)):
+        for phase, fn in (("a", phase_a), ("b", phase_b), ("c", phase_c), ("d", phase_d)):
             if phase in args.phases:
                 log(f"phase {phase}")
                 fn(ctx)

@@ -110,8 +110,11 @@ class QuillonRelay(Relay):
     def start(self, ctx, station_url, home):
         env = dict(os.environ, HOME=home, QUILLON_HOME=home)
         base = free_port()
-        subprocess.run([ctx.quillon, "prefs", "set", "relayPort", str(base)], env=env, check=True,
-                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        # The relay turns away players over relayMaxPlayers (64 unless set); room for
+        # every listener of the run and the probe that checks for audio.
+        for key, value in (("relayPort", str(base)), ("relayMaxPlayers", str(max(ctx.args.listeners) + 1))):
+            subprocess.run([ctx.quillon, "prefs", "set", key, value], env=env, check=True,
+                           stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         proc = Proc([ctx.quillon, "record", station_url, "--relay-only", "-q"], env, stderr=subprocess.PIPE)
         # "Relay: http://127.0.0.1:PORT/  (name)" on stderr once streaming starts;
         # the rest of stderr is drained to a file so the relay never blocks on it.
@@ -397,7 +400,7 @@ def main():
     args.listeners = [int(x) for x in args.listeners.split(",")]
     if args.quick:
         args.seconds = 15
-    if not shutil.which("streamripper"):
+    if "sr" in args.relays.split(",") and not shutil.which("streamripper"):
         sys.exit("bench: streamripper is not installed (apt-get install streamripper)")
     if not args.no_build:
         record.build(args)
