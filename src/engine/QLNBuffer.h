@@ -46,7 +46,7 @@ public:
     // Room for one block beyond the delay line and a burst.
     static constexpr std::size_t kBlockAllowance = 65536;
     // Finished files that may wait for the closer thread at once.
-    static constexpr std::size_t kMaxClosing = 8;
+    static constexpr std::size_t kMaxClosing = 32;
     // The ring's first size.
     static constexpr std::size_t kMinRing = 65536;
 
