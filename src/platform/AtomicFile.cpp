@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include <fmt/format.h>
+
 #include "platform/FileHandle.h"
 
 namespace quillon {
@@ -20,10 +22,10 @@ namespace {
 // tells why).
 std::optional<std::string> writeTemporaryBeside(const std::string& path,
                                                 std::span<const std::uint8_t> bytes) {
-    std::filesystem::path target(path);
-    std::string folder = target.parent_path().string();
-    if (folder.empty()) folder = ".";
-    std::string temp = folder + "/." + target.filename().string() + ".XXXXXX";
+    const std::filesystem::path target(path);
+    const std::filesystem::path folder = target.has_parent_path() ? target.parent_path() : ".";
+    // fmt rather than string concatenation: GCC 12 warns of an overlapping copy there.
+    std::string temp = fmt::format("{}/.{}.XXXXXX", folder.string(), target.filename().string());
     // A new file of its own (O_CREAT|O_EXCL come with mkostemp), never reached
     // through a link and not inherited by child processes: the folder may be
     // one that others can write to, as /tmp.
