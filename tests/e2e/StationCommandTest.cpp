@@ -3,7 +3,7 @@
 
 #include <csignal>
 
-#include "StationTestSupport.h"
+#include "support/IcyClient.h"
 #include "platform/TextUtil.h"
 
 namespace quillon {
