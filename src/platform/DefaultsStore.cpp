@@ -147,14 +147,6 @@ void DefaultsStore::registerDefaults(const PlistValue::Dictionary& defaults) {
     for (const auto& [key, value] : defaults) registered_.insert_or_assign(key, value);
 }
 
-PlistValue::Dictionary DefaultsStore::dictionaryRepresentation() {
-    std::lock_guard lock(mutex_);
-    refresh();
-    PlistValue::Dictionary out = registered_;
-    for (const auto& [key, value] : values_) out.insert_or_assign(key, value);
-    return out;
-}
-
 bool DefaultsStore::synchronize() {
     std::lock_guard lock(mutex_);
     refresh();

@@ -60,8 +60,6 @@ public:
 
     // Adds to the registered defaults (later registrations win).
     void registerDefaults(const PlistValue::Dictionary& defaults);
-    // Stored values and registered defaults merged, stored values winning.
-    PlistValue::Dictionary dictionaryRepresentation();
     // Saves the stored values now.
     bool synchronize();
 

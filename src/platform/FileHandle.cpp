@@ -15,10 +15,6 @@ FileHandle& FileHandle::operator=(FileHandle&& other) noexcept {
     return *this;
 }
 
-FileHandle FileHandle::openExistingForWriting(const std::string& path) {
-    return FileHandle(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
-}
-
 FileHandle FileHandle::createForWriting(const std::string& path) {
     return FileHandle(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
 }
@@ -44,11 +40,6 @@ bool FileHandle::writeAll(std::span<const std::uint8_t> bytes) {
         done += static_cast<std::size_t>(n);
     }
     return true;
-}
-
-bool FileHandle::truncate(std::uint64_t length) {
-    return fd_ >= 0 && ::ftruncate(fd_, static_cast<off_t>(length)) == 0 &&
-           ::lseek(fd_, static_cast<off_t>(length), SEEK_SET) >= 0;
 }
 
 bool FileHandle::sync() {

@@ -17,9 +17,6 @@ public:
     FileHandle(const FileHandle&) = delete;
     FileHandle& operator=(const FileHandle&) = delete;
 
-    // An existing file opened for writing, positioned at its start; not open
-    // when the file does not exist or cannot be opened.
-    static FileHandle openExistingForWriting(const std::string& path);
     // A new file created for writing (fails when it exists).
     static FileHandle createForWriting(const std::string& path);
     static FileHandle openForReading(const std::string& path);
@@ -29,7 +26,6 @@ public:
     bool isOpen() const { return fd_ >= 0; }
     int fd() const { return fd_; }
     bool writeAll(std::span<const std::uint8_t> bytes);
-    bool truncate(std::uint64_t length = 0);
     // Pushes written data to the disk.
     bool sync();
     void close();

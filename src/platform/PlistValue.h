@@ -63,9 +63,7 @@ public:
     bool isInteger() const { return kind() == Kind::Integer; }
     bool isReal() const { return kind() == Kind::Real; }
     bool isNumber() const { return isInteger() || isReal(); }
-    bool isBoolean() const { return kind() == Kind::Boolean; }
     bool isDate() const { return kind() == Kind::Date; }
-    bool isData() const { return kind() == Kind::Data; }
     bool isArray() const { return kind() == Kind::Array; }
     bool isDictionary() const { return kind() == Kind::Dictionary; }
 

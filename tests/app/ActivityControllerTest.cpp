@@ -175,24 +175,16 @@ TEST_F(ActivityControllerTest, RelayPortsAreHandedOutFromTheConfiguredOneUpwards
     }
 }
 
-TEST_F(ActivityControllerTest, TheLastFreePortIs65534) {
-    controller();
-    prefs().setParam(std::string("65534"), "relayPort");
-    Ripper* a = record("A");
-    Ripper* b = record("B");
-    ASSERT_TRUE(a && b);
-    EXPECT_EQ(a->servePort(), 65534);
-    EXPECT_EQ(b->servePort(), 0);  // nothing left: any port
-}
-
-TEST_F(ActivityControllerTest, RelayPortZeroGivesEveryConnectionAnyPort) {
-    controller();
-    prefs().setParam(std::string("0"), "relayPort");
-    Ripper* a = record("A");
-    Ripper* b = record("B");
-    ASSERT_TRUE(a && b);
-    EXPECT_EQ(a->servePort(), 0);
-    EXPECT_EQ(b->servePort(), 0);
+TEST_F(ActivityControllerTest, TheLastFreePortIs65534AndZeroMeansAnyPort) {
+    for (const auto& [setting, second] : {std::pair{"65534", 65534}, std::pair{"0", 0}}) {
+        controller();
+        prefs().setParam(std::string(setting), "relayPort");
+        Ripper* a = record("A");
+        Ripper* b = record("B");
+        ASSERT_TRUE(a && b);
+        EXPECT_EQ(a->servePort(), second) << setting;
+        EXPECT_EQ(b->servePort(), 0) << setting << ": nothing left, or none asked for: any port";
+    }
 }
 
 TEST_F(ActivityControllerTest, TheListIsSortedByTitle) {

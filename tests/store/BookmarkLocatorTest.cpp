@@ -156,37 +156,33 @@ struct LocatorRun {
 };
 
 TEST(BookmarkLocator, LiveStreamHeaderGivesNameAndStreamUrl) {
-    FakeServer server(
-        {"ICY 200 OK\r\nicy-name:Jazz Cafe\r\nicy-url:http://127.0.0.1:8765/live\r\n\r\n", true});
-    LocatorRun run;
-    run.get(server.url("/"), "Pending");
-    ASSERT_EQ(run.editors.size(), 1u);
-    const Bookmark& b = *run.editors[0];
-    EXPECT_EQ(b.name(), "Jazz Cafe");
-    EXPECT_EQ(b.host(), "127.0.0.1");
-    EXPECT_EQ(b.port(), "8765");
-    EXPECT_EQ(b.path(), "/live");
-    EXPECT_EQ(b.separator(), " - ");
-    EXPECT_EQ(run.headers.size(), 1u);
-    EXPECT_EQ(run.searching, (std::vector<bool>{true, false}));
-}
-
-TEST(BookmarkLocator, HeaderWithoutStreamUrlOpensNoEditor) {
-    FakeServer server({"ICY 200 OK\r\nicy-name:Only A Name\r\n\r\n", true});
-    LocatorRun run;
-    run.get(server.url("/"), "");
-    EXPECT_TRUE(run.editors.empty());
-    ASSERT_EQ(run.headers.size(), 1u);
-    EXPECT_NE(run.headers[0].find("icy-name:Only A Name"), std::string::npos);
-}
-
-TEST(BookmarkLocator, StationUrlWithoutPortGivesPortZero) {
-    FakeServer server({"ICY 200 OK\r\nicy-name:X\r\nicy-url:http://www.station.example\r\n\r\n", true});
-    LocatorRun run;
-    run.get(server.url("/"), "");
-    ASSERT_EQ(run.editors.size(), 1u);
-    EXPECT_EQ(run.editors[0]->host(), "www.station.example");
-    EXPECT_EQ(run.editors[0]->port(), "0");
+    struct Case {
+        std::string header;
+        std::string name, host, port, path;  // of the editor opened; none when host is empty
+    };
+    const Case cases[] = {
+        {"icy-name:Jazz Cafe\r\nicy-url:http://127.0.0.1:8765/live", "Jazz Cafe", "127.0.0.1", "8765",
+         "/live"},
+        {"icy-name:X\r\nicy-url:http://www.station.example", "X", "www.station.example", "0", "/"},
+        {"icy-name:Only A Name", "", "", "", ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.header);
+        FakeServer server({"ICY 200 OK\r\n" + c.header + "\r\n\r\n", true});
+        LocatorRun run;
+        run.get(server.url("/"), "Pending");
+        ASSERT_EQ(run.headers.size(), 1u);
+        EXPECT_NE(run.headers[0].find(c.header), std::string::npos);
+        EXPECT_EQ(run.searching, (std::vector<bool>{true, false}));
+        ASSERT_EQ(run.editors.size(), c.host.empty() ? 0u : 1u);
+        if (c.host.empty()) continue;
+        const Bookmark& b = *run.editors[0];
+        EXPECT_EQ(b.name(), c.name);
+        EXPECT_EQ(b.host(), c.host);
+        EXPECT_EQ(b.port(), c.port);
+        EXPECT_EQ(b.path(), c.path);
+        EXPECT_EQ(b.separator(), " - ");
+    }
 }
 
 TEST(BookmarkLocator, PlaylistUrlUsesThePendingName) {

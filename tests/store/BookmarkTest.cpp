@@ -215,33 +215,32 @@ protected:
 };
 
 TEST_F(BookmarkRedirect, FollowsTheLocationHeaderOnce) {
-    FakeServer script(
-        {"HTTP/1.0 302 Found\r\nLocation: http://127.0.0.1:8123/live?sid=2\r\nServer: x\r\n\r\n"});
-    Bookmark b;
-    std::string data = "File1=" + script.url("/tune.pls?id=5") + "\nTitle1=Station\n";
-    EXPECT_TRUE(b.getUrlFromData(data));
-    ASSERT_EQ(script.requests().size(), 1u);
-    EXPECT_EQ(script.requests()[0], "GET /tune.pls?id=5 HTTP/1.0\r\n\r\n");
-    EXPECT_EQ(b.host(), "127.0.0.1");
-    EXPECT_EQ(b.port(), "8123");
-    EXPECT_EQ(b.path(), "/live?sid=2");
-    EXPECT_EQ(b.name(), "Station");
-}
-
-TEST_F(BookmarkRedirect, TargetWithoutQueryKeepsTheNullText) {
-    FakeServer script({"HTTP/1.0 302 Found\r\nLocation: http://10.1.2.3:8000/stream\r\n\r\n"});
-    Bookmark b;
-    EXPECT_TRUE(b.getUrlFromData("File1=" + script.url("/s?x=1") + "\n"));
-    EXPECT_EQ(b.host(), "10.1.2.3");
-    EXPECT_EQ(b.path(), "/stream?(null)");
-}
-
-TEST_F(BookmarkRedirect, TargetWithoutPortLeavesThePortUnset) {
-    FakeServer script({"HTTP/1.0 302 Found\r\nLocation: http://radio.example/stream?a=b\r\n\r\n"});
-    Bookmark b;
-    EXPECT_FALSE(b.getUrlFromData("File1=" + script.url("/s?x=1") + "\n"));
-    EXPECT_EQ(b.host(), "radio.example");
-    EXPECT_FALSE(b.port().has_value());
+    struct Case {
+        const char* location;
+        bool ok;
+        std::string host;
+        std::optional<std::string> port, path;
+    };
+    const Case cases[] = {
+        {"http://127.0.0.1:8123/live?sid=2", true, "127.0.0.1", "8123", "/live?sid=2"},
+        {"http://10.1.2.3:8000/stream", true, "10.1.2.3", "8000",
+         "/stream?(null)"},  // no query: the null text
+        {"http://radio.example/stream?a=b", false, "radio.example", std::nullopt, std::nullopt},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.location);
+        FakeServer script(
+            {std::string("HTTP/1.0 302 Found\r\nLocation: ") + c.location + "\r\nServer: x\r\n\r\n"});
+        Bookmark b;
+        EXPECT_EQ(b.getUrlFromData("File1=" + script.url("/tune.pls?id=5") + "\nTitle1=Station\n"), c.ok);
+        EXPECT_EQ(script.requests(), std::vector<std::string>{"GET /tune.pls?id=5 HTTP/1.0\r\n\r\n"});
+        EXPECT_EQ(b.host(), c.host);
+        EXPECT_EQ(b.port(), c.port);
+        if (c.path) {
+            EXPECT_EQ(b.path(), *c.path);
+        }
+        EXPECT_EQ(b.name(), "Station");
+    }
 }
 
 TEST_F(BookmarkRedirect, WithoutARedirectTheQueryUrlStays) {

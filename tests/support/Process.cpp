@@ -12,6 +12,7 @@
 #include <cstring>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 extern char** environ;
 
@@ -89,21 +90,29 @@ void readSome(FileHandle& fd, std::string& text) {
 
 }  // namespace
 
-std::optional<std::string> CapturedProcess::readLine() {
-    pollfd fd{out_.fd(), POLLIN, 0};
-    while (outText_.find('\n') == std::string::npos) {
-        if (!out_.isOpen() || ::poll(&fd, 1, kWaitMs) <= 0) return std::nullopt;
-        readSome(out_, outText_);
+namespace {
+
+std::optional<std::string> nextLine(FileHandle& from, std::string& text) {
+    pollfd fd{from.fd(), POLLIN, 0};
+    while (text.find('\n') == std::string::npos) {
+        if (!from.isOpen() || ::poll(&fd, 1, kWaitMs) <= 0) return std::nullopt;
+        readSome(from, text);
     }
-    std::string line = outText_.substr(0, outText_.find('\n'));
-    outText_.erase(0, line.size() + 1);
+    std::string line = text.substr(0, text.find('\n'));
+    text.erase(0, line.size() + 1);
     return line;
 }
+
+}  // namespace
+
+std::optional<std::string> CapturedProcess::readLine() { return nextLine(out_, outText_); }
+std::optional<std::string> CapturedProcess::readErrorLine() { return nextLine(err_, errText_); }
 
 void CapturedProcess::signal(int number) { ::kill(pid_, number); }
 
 ProcessResult CapturedProcess::wait() {
     ProcessResult result;
+    result.err = std::exchange(errText_, {});
     while (out_.isOpen() || err_.isOpen()) {
         pollfd fds[2] = {{out_.isOpen() ? out_.fd() : -1, POLLIN, 0},
                          {err_.isOpen() ? err_.fd() : -1, POLLIN, 0}};

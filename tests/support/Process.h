@@ -41,15 +41,16 @@ public:
     ~CapturedProcess();
     CapturedProcess(const CapturedProcess&) = delete;
     CapturedProcess& operator=(const CapturedProcess&) = delete;
-    std::optional<std::string> readLine();  // the next stdout line, none on EOF or time-out
+    std::optional<std::string> readLine();       // the next stdout line, none on EOF or time-out
+    std::optional<std::string> readErrorLine();  // the same for stderr
     void signal(int number);
     ProcessResult wait();  // the rest of the output and the exit status
 
 private:
     pid_t pid_ = -1;
     FileHandle out_, err_;
-    FileHandle terminal_;  // the pseudo-terminal's master side, kept open until the child ends
-    std::string outText_;
+    FileHandle terminal_;            // the pseudo-terminal's master side, kept open until the child ends
+    std::string outText_, errText_;  // read, not yet handed out
 };
 
 inline ProcessResult runProcess(const std::vector<std::string>& argv, const ProcessOptions& options = {}) {

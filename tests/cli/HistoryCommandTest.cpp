@@ -1,48 +1,35 @@
-// `quillon history`, run as a user would, each test with a home folder of its
-// own: listing, searching, adding files by hand and deleting with and without
-// a confirmation.
+// `quillon history`, run as a user would: listing, searching, adding files by hand and deleting with and
+// without a confirmation.
 #include <filesystem>
 
 #include <nlohmann/json.hpp>
 
-#include "HistoryTestSupport.h"
-#include "support/Process.h"
+#include "cli/CliTest.h"
+#include "history/HistoryTestSupport.h"
 #include "support/Terminal.h"
 
 namespace quillon::test {
+
+// Three tracks on two days, in a day file per day.
+void seedHistory(const std::string& folder) {
+    makeFolders(folder);
+    History history(folder);
+    history.addObjectToHistory(makeItem("Miles Davis - So What", "Jazz FM", localDate(2008, 7, 5, 9, 30),
+                                        true, false, "/music/So What.mp3"));
+    history.addObjectToHistory(
+        makeItem("Nina Simone - Sinnerman", "Jazz FM", localDate(2008, 7, 5, 8, 15), false));
+    history.addObjectToHistory(makeItem("Metallica - One", "Rock FM", localDate(2008, 7, 6, 22), true, true));
+}
+
 namespace {
 
-class HistoryCommand : public HistoryFixture {
+class HistoryCommand : public CliTest {
 protected:
     void SetUp() override {
-        HistoryFixture::SetUp();
-        home_ = folder_ + "/home";
-        historyFolder_ = home_ + "/Library/Application Support/Quillon/History";
-        makeFolders(historyFolder_);
-        History history(historyFolder_);
-        history.addObjectToHistory(makeItem("Miles Davis - So What", "Jazz FM", localDate(2008, 7, 5, 9, 30),
-                                            true, false, "/music/So What.mp3"));
-        history.addObjectToHistory(
-            makeItem("Nina Simone - Sinnerman", "Jazz FM", localDate(2008, 7, 5, 8, 15), false));
-        history.addObjectToHistory(
-            makeItem("Metallica - One", "Rock FM", localDate(2008, 7, 6, 22), true, true));
+        CliTest::SetUp();
+        historyFolder_ = file("Library/Application Support/Quillon/History");
+        seedHistory(historyFolder_);
     }
-
-    // `typed`: the answers typed on a terminal; without them there is none to ask on.
-    ProcessResult quillon(std::vector<std::string> args, std::optional<std::string> typed = std::nullopt) {
-        args.insert(args.begin(), QUILLON_BINARY);
-        return runProcess(args,
-                          {.environment = {{"QUILLON_HOME", home_}}, .terminalInput = std::move(typed)});
-    }
-
-    std::vector<std::string> lines(const std::string& text) {
-        std::vector<std::string> out;
-        std::istringstream in(text);
-        for (std::string line; std::getline(in, line);) out.push_back(line);
-        return out;
-    }
-
-    std::string home_;
     std::string historyFolder_;
 };
 
@@ -75,19 +62,6 @@ TEST_F(HistoryCommand, ListsDaysAndTheTracksOfADay) {
     EXPECT_EQ(dayJson["tracks"][0]["skipped"], true);
     EXPECT_EQ(dayJson["tracks"][0]["number"], 1);
 
-    // Bad input is a usage error (2); a valid day without history a failure (1).
-    const std::pair<std::vector<std::string>, int> bad[] = {
-        {{"history", "list", "--day", "2008_07"}, 2},
-        {{"history", "list", "--day", "yesterday"}, 2},
-        {{"history", "list", "--day", "2009_01_01"}, 1},
-        {{"history"}, 2},
-        {{"history", "search"}, 2},
-    };
-    for (const auto& [args, status] : bad) {
-        auto result = quillon(args);
-        EXPECT_EQ(result.status, status) << args.back();
-        EXPECT_FALSE(result.err.empty()) << args.back();
-    }
     EXPECT_EQ(quillon({"history", "list", "--help"}).status, 0);
 }
 
@@ -133,7 +107,7 @@ TEST_F(HistoryCommand, TitlesReachTheTerminalWithoutTheirControlCharacters) {
 }
 
 TEST_F(HistoryCommand, AddEntersMp3FilesByHand) {
-    std::string music = folder_ + "/music";
+    std::string music = file("music");
     makeFolders(music + "/sub");
     writeText(music + "/Alpha - One.mp3", "a");
     writeText(music + "/sub/Beta - Two.mp3", "b");
@@ -166,14 +140,6 @@ TEST_F(HistoryCommand, RemoveTracksAndDays) {
     EXPECT_EQ(refused.status, 2);
     EXPECT_NE(refused.err.find("add --yes"), std::string::npos);
     EXPECT_TRUE(std::filesystem::exists(historyFolder_ + "/2008_07_06.historyDB"));
-
-    const std::pair<const char*, int> bad[] = {
-        {"2008_07_05:0", 2}, {"2008_07_05:x", 2}, {"05:1", 2}, {"2008_07_05:3", 1}, {"2009_01_01", 1}};
-    for (const auto& [target, status] : bad) {
-        auto result = quillon({"history", "rm", target, "--yes"});
-        EXPECT_EQ(result.status, status) << target;
-        EXPECT_FALSE(result.err.empty()) << target;
-    }
 
     auto track = quillon({"history", "rm", "2008_07_05:1", "--yes"});
     ASSERT_EQ(track.status, 0) << track.err;
