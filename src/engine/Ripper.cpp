@@ -493,6 +493,11 @@ void Ripper::readStreaming(TCPSocket& socket) {
         }
         sink_.raiseFailure();
     }
+    // Deliberate: the block ahead of the first title is the start of the
+    // first, partial track, not a block to prime the connection with and
+    // throw away; it goes to the first file.
+    if (!relayOnly_) sink_.add(firstBlock_);
+    firstBlock_.clear();
     std::weak_ptr<bool> alive = alive_;
     MainLoop::main().post([this, alive] {
         if (auto a = alive.lock(); a && *a) startDataLoader();
@@ -627,6 +632,7 @@ int Ripper::connect(TCPSocket& socket) {
         setState(State::Connecting);
         return -1;
     }
+    firstBlock_.swap(blockScratch_);
     if (!hasMeta_ && !(titleSource_ && titleSource_->enabled())) {
         // Size-split recordings open their first chunk, numbered 001, once
         // streaming starts; opening one here would leave an empty chunk 000.

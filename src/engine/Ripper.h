@@ -197,6 +197,7 @@ private:
     IcyDemuxer demuxer_{kDefaultBlockSize, false};
     Bytes readScratch_;
     Bytes blockScratch_;
+    Bytes firstBlock_;  // the first block of a connection, cut before its first file opened
     Bytes metaScratch_;
 
     // Shared so that opening the player needs no lock while it runs.

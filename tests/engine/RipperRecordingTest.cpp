@@ -76,8 +76,8 @@ TEST_F(RipperRecordingTest, EachFileHoldsExactlyItsSpanForEveryRecordOffset) {
         bookmark->setRecOffset(offset);
         auto announced = record(options, bookmark, 4);
         ASSERT_GE(announced.size(), 4u);
-        // The first block only primes the connection; the first file starts after it.
-        expectSpan("Alpha - One.mp3", options.metaint, cutFor(announced[1], options.metaint, offset));
+        // The first file starts with the stream's first byte.
+        expectSpan("Alpha - One.mp3", 0, cutFor(announced[1], options.metaint, offset));
         expectSpan("Beta - Two.mp3", cutFor(announced[1], options.metaint, offset),
                    cutFor(announced[2], options.metaint, offset));
         expectSpan("Gamma - Three.mp3", cutFor(announced[2], options.metaint, offset),
