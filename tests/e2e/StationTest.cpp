@@ -222,7 +222,8 @@ Capture captureMp3(std::uint32_t kbps, std::uint64_t audioBytes, std::uint64_t t
     EXPECT_TRUE(writeFileAtomically(capture.path, audio));
     client.close();
     station.stop();
-    for (const auto& a : station.clients().at(0).announcements)  // the station may have sent more
+    const auto clients = station.clients();  // a copy: the loop must not outlive it
+    for (const auto& a : clients.at(0).announcements)  // the station may have sent more
         if (a.audioOffset <= audio.size()) capture.announcements.push_back(a);
 
     // Whole frames throughout; each title's tone loop starts at the first frame
