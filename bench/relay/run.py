@@ -168,55 +168,23 @@ class Listener:
         self.sock = socket.create_connection(("127.0.0.1", port), timeout=10)
         self.sock.sendall(self.REQUEST)
         self.sock.setblocking(False)
-        self.header = b""
-        self.in_header = True
-        self.metaint = 0
-        self.left_audio = 0
-        self.left_meta = -1  # -1: the length byte comes next
-        self.audio = 0
+        self.stream = record.IcyStream()  # the recording benchmark's parser
         self.total = 0
         self.closed = False
         self.hung_up = False  # the relay closed the connection while measuring
         self.samples = []  # (time, audio bytes so far)
 
+    @property
+    def audio(self):
+        return self.stream.audio
+
+    @property
+    def metaint(self):
+        return self.stream.metaint
+
     def feed(self, data):
         self.total += len(data)
-        if self.in_header:
-            self.header += data
-            end = self.header.find(b"\r\n\r\n")
-            if end < 0:
-                if len(self.header) > 65536:
-                    raise RuntimeError("no end of header")
-                return
-            data = self.header[end + 4:]
-            self.header = self.header[:end].decode("latin-1")
-            self.in_header = False
-            for line in self.header.split("\r\n"):
-                key, _, value = line.partition(":")
-                if key.strip().lower() == "icy-metaint":
-                    self.metaint = int(value.strip())
-            self.left_audio = self.metaint
-        if not self.metaint:
-            self.audio += len(data)
-            return
-        i, n = 0, len(data)
-        while i < n:
-            if self.left_audio:
-                take = min(self.left_audio, n - i)
-                self.audio += take
-                self.left_audio -= take
-                i += take
-            elif self.left_meta < 0:
-                self.left_meta = data[i] * 16
-                i += 1
-                if self.left_meta == 0:
-                    self.left_meta, self.left_audio = -1, self.metaint
-            else:
-                take = min(self.left_meta, n - i)
-                self.left_meta -= take
-                i += take
-                if self.left_meta == 0:
-                    self.left_meta, self.left_audio = -1, self.metaint
+        self.stream.feed(data)
 
     def close(self):
         if not self.closed:

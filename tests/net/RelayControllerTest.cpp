@@ -25,16 +25,8 @@ using test::RelayClient;
 using test::runUntil;
 using test::ScriptedSource;
 
-class RelayController : public ::testing::Test {
+class RelayController : public test::RelayFixture {
 protected:
-    void SetUp() override {
-        timing().relayCadence = 0.005;
-        timing().acceptWait = 0.2;
-        timing().streamReadTimeout = 5;
-        test::becomeMainThread();
-    }
-    void TearDown() override { test::drainMainLoop(); }
-
     // Block n starts with n (4 bytes, big-endian), then repeats n's low byte,
     // so that order, gaps and torn blocks show.
     std::shared_ptr<const Bytes> block(unsigned size) {

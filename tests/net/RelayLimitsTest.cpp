@@ -69,16 +69,8 @@ std::size_t countLines(const Log::Capture& log, std::string_view text) {
         lines.begin(), lines.end(), [&](const std::string& l) { return l.find(text) != l.npos; }));
 }
 
-class RelayLimits : public ::testing::Test {
+class RelayLimits : public test::RelayFixture {
 protected:
-    void SetUp() override {
-        timing().relayCadence = 0.005;
-        timing().acceptWait = 0.2;
-        timing().streamReadTimeout = 5;
-        test::becomeMainThread();
-    }
-    void TearDown() override { test::drainMainLoop(); }
-
     // Feeds blocks on the main loop (which also hands players over) until the
     // condition holds.
     bool feedUntil(BroadcastController& relay, const std::function<bool()>& done) {

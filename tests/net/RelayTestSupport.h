@@ -15,9 +15,13 @@
 #include <string_view>
 #include <thread>
 
+#include <gtest/gtest.h>
+
 #include "net/RelaySource.h"
+#include "platform/Timing.h"
 #include "support/Icy.h"
 #include "support/Loopback.h"
+#include "support/MainThread.h"
 
 namespace quillon::test {
 
@@ -183,6 +187,19 @@ private:
     mutable std::mutex mutex_;
     std::string data_;
     std::thread thread_;
+};
+
+// Relay tests: a quick feed cadence and accept wait, and the test's thread as
+// the main thread, whose queued tasks are run before the next test.
+class RelayFixture : public ::testing::Test {
+protected:
+    void SetUp() override {
+        timing().relayCadence = 0.005;
+        timing().acceptWait = 0.2;
+        timing().streamReadTimeout = 5;
+        becomeMainThread();
+    }
+    void TearDown() override { drainMainLoop(); }
 };
 
 }  // namespace quillon::test
