@@ -8,6 +8,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "net/BroadcastController.h"
@@ -220,6 +221,9 @@ TEST_F(RelayController, PlayerThatNeverAsksHoldsUpNeitherTheMainThreadNorOthers)
 }
 
 TEST_F(RelayController, PlayersThatVanishLeaveNoThreadOrDescriptorBehind) {
+    // A thread started and joined first: a runtime's own helper thread (the
+    // thread sanitizer starts one with the first thread) is then in the count.
+    std::thread([] {}).join();
     const std::size_t descriptors = test::openDescriptorCount();
     const std::size_t threads = test::threadCount();
     {
