@@ -67,7 +67,7 @@ int StreamHeader::parseHeader(std::span<const std::uint8_t> header) {
         // Deliberate: refused rather than kept as sent, because the connection
         // sizes its buffers by it; "-5" or "2147483648" would have it allocate
         // gigabytes on a server's word.
-        if (!error_) errorType_ = "Invalid meta interval: " + shownValue(valueOr("icy-metaint:"));
+        if (!error_) errorType_ = "Invalid meta interval: " + printable(utf8Prefix(valueOr("icy-metaint:"), 32));
         error_ = true;
         metaInt_ = 0;
     }
@@ -84,13 +84,6 @@ std::optional<int> StreamHeader::checkedMetaInt(std::string_view value) {
     const int n = intValue(value);
     if (n > kMaxMetaInt) return std::nullopt;
     return n;
-}
-
-std::string StreamHeader::shownValue(std::string_view value) {
-    std::string out(value.substr(0, 32));
-    for (char& c : out)
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = '?';
-    return out;
 }
 
 std::optional<std::string> StreamHeader::getValueForKey(std::string_view key) const {

@@ -67,9 +67,6 @@ public:
     bool hasMeta() const { return hasMeta_; }
 
 private:
-    // At most 32 bytes of a server's value, control characters as "?", for a log line.
-    static std::string shownValue(std::string_view value);
-
     std::string valueOr(std::string_view key) const;
     void updateError();
     void updateServerType();
