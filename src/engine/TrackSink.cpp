@@ -116,11 +116,6 @@ void TrackSink::finish() {
         std::filesystem::remove(last, ec);
 }
 
-bool TrackSink::trackOpen() const {
-    std::lock_guard lock(mutex_);
-    return open_;
-}
-
 unsigned TrackSink::filledValue() const {
     // The writer's fill level is atomic; the pointer changes only in reset,
     // on this same thread.

@@ -64,7 +64,6 @@ public:
 
     // Raises the failure of an open made on another thread, if any.
     void raiseFailure();
-    bool trackOpen() const;
     // How full the delay line is, 0-100. Main thread only (reset runs there).
     unsigned filledValue() const;
 
