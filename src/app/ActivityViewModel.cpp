@@ -104,6 +104,8 @@ ActivityViewModel ActivityViewModel::make(const ActivityController& controller) 
     for (std::size_t row = 0; row < controller.numberOfRows(); ++row) {
         const Ripper& c = controller.connectionAt(row);
         Row r;
+        r.id = c.id();
+        r.bytes = c.bytesRead();
         r.title = c.title();
         r.status = c.status();
         r.picture = c.bitrateImage();

@@ -20,6 +20,8 @@ class ActivityController;
 class ActivityViewModel {
 public:
     struct Row {
+        std::uint64_t id = 0;     // the connection's, for its whole life
+        std::uint64_t bytes = 0;  // read from the stream so far
         std::string title;
         std::string status;
         std::string picture;       // "none.psd", "low.psd", "med.psd" or "high.psd"

@@ -1,7 +1,7 @@
 #include "cli/BookmarkCommand.h"
 
 #include "cli/BookmarkOptions.h"
-#include "cli/LocationBookmark.h"
+#include "app/LocationBookmark.h"
 
 #include <cstdio>
 #include <filesystem>

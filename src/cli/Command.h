@@ -10,13 +10,13 @@
 
 #include <CLI/CLI.hpp>
 
+#include "app/BadInput.h"
+
 namespace quillon {
 
 using CommandRunner = std::function<int()>;
 
-class UsageError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
+// Bad input, as the command line names it.
+using UsageError = BadInput;
 
 }  // namespace quillon

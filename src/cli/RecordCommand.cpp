@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "cli/LocationBookmark.h"
+#include "app/LocationBookmark.h"
 #include "cli/RecordSession.h"
 #include "platform/TextUtil.h"
 #include "store/Bookmark.h"

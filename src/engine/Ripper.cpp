@@ -19,6 +19,11 @@
 namespace quillon {
 
 namespace {
+
+std::uint64_t nextId() {
+    static std::atomic<std::uint64_t> last{0};
+    return ++last;
+}
 constexpr std::size_t kHeaderMax = 16384;
 constexpr int kMaxAttempts = 10;
 // Deliberate bound: a server that redirects for ever (to itself, say) fails
@@ -36,7 +41,7 @@ std::string redirectPort(const Url& url) {
 
 Ripper::Ripper(RipperOwner& owner, const Bookmark& bookmark, bool relayOnly, bool autoListen,
                ConnectionServices services)
-    : owner_(owner), bookmark_(bookmark.copyAs<Bookmark>()), services_(std::move(services)) {
+    : owner_(owner), bookmark_(bookmark.copyAs<Bookmark>()), services_(std::move(services)), id_(nextId()) {
     relayOnly_ = relayOnly;
     autolisten_ = autoListen;
     start();

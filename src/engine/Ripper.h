@@ -72,6 +72,10 @@ public:
     Ripper(const Ripper&) = delete;
     Ripper& operator=(const Ripper&) = delete;
 
+    // A number that names this connection for its whole life (the daemon's
+    // API); unique within the process.
+    std::uint64_t id() const { return id_; }
+
     void start();
     void close();
     void userClose();
@@ -229,6 +233,7 @@ private:
     std::atomic<std::uint64_t> bytesRead_{0};
     std::atomic<std::uint16_t> servePort_{0};
     std::atomic<bool> threadActive_{false};
+    const std::uint64_t id_;
     std::atomic<EndReason> endReason_{EndReason::None};
     std::string endText_;  // under infoMutex_
     // No file opened yet since the last (re)connect: the first may resume.

@@ -1,9 +1,9 @@
-#include "cli/LocationBookmark.h"
+#include "app/LocationBookmark.h"
 
 #include <cerrno>
 #include <cstring>
 
-#include "cli/Command.h"
+#include "app/BadInput.h"
 #include "platform/AtomicFile.h"
 #include "platform/Home.h"
 #include "platform/TextUtil.h"
@@ -81,16 +81,18 @@ void checkUrl(const std::string& location) {
         bool written = authority.find(':', close) != std::string_view::npos;
         ok = !written || (url->port && *url->port >= 1 && *url->port <= 65535);
     }
-    if (!ok) throw UsageError("not a stream or playlist URL: " + location);
+    if (!ok) throw BadInput("not a stream or playlist URL: " + location);
 }
 
 // A saved bookmark that can be recorded.
 std::shared_ptr<Bookmark> savedBookmark(const std::string& file) {
     auto b = Bookmark::bookmark();
-    if (!b->loadFromFile(file)) throw UsageError("not a bookmark file: " + file);
-    if (!usable(*b)) throw UsageError("the bookmark " + file + " has no stream address (host and port)");
+    if (!b->loadFromFile(file)) throw BadInput("not a bookmark file: " + file);
+    if (!usable(*b)) throw BadInput("the bookmark " + file + " has no stream address (host and port)");
     return b;
 }
+
+}  // namespace
 
 bool looksLikePlaylist(const std::string& path) {
     std::string lower = toLowerAscii(path);
@@ -99,20 +101,18 @@ bool looksLikePlaylist(const std::string& path) {
     return false;
 }
 
-}  // namespace
-
 std::shared_ptr<Bookmark> bookmarkFromLocation(const std::string& location, const std::string& name,
                                                std::string& failure) {
-    if (location.empty()) throw UsageError("the location is empty");
+    if (location.empty()) throw BadInput("the location is empty");
     bool remote = location.substr(0, 4) == "http";
     if (remote) {
         checkUrl(location);
     } else {
-        if (!fileExists(location)) throw UsageError("no such file: " + location);
-        if (isFolder(location)) throw UsageError("not a playlist file: " + location);
+        if (!fileExists(location)) throw BadInput("no such file: " + location);
+        if (isFolder(location)) throw BadInput("not a playlist file: " + location);
         errno = 0;
         if (!readWholeFile(location)) {
-            throw UsageError("cannot read " + location + ": " + std::strerror(errno ? errno : EIO));
+            throw BadInput("cannot read " + location + ": " + std::strerror(errno ? errno : EIO));
         }
     }
 
@@ -130,7 +130,7 @@ std::shared_ptr<Bookmark> bookmarkFromLocation(const std::string& location, cons
     }
     if (!bookmark) {
         // A file is what the user typed; a fetched page is what a server sent.
-        if (!remote) throw UsageError("no stream address in " + location);
+        if (!remote) throw BadInput("no stream address in " + location);
         failure = outcome.failure.value_or("no stream found");
         return nullptr;
     }
@@ -155,7 +155,7 @@ std::shared_ptr<Bookmark> bookmarkFromArgument(const std::string& argument, std:
                 if (auto file = BookmarkFolder::fileForName(*folder, name)) return savedBookmark(*file);
             }
         }
-        throw UsageError("no bookmark, URL or playlist file named \"" + argument + "\"");
+        throw BadInput("no bookmark, URL or playlist file named \"" + argument + "\"");
     }
     if (auto url = Url::parse(argument); url && url->host && !looksLikePlaylist(url->path)) {
         // A stream address is recorded as it stands: asking the server first

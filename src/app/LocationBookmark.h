@@ -12,15 +12,18 @@ class Bookmark;
 
 // A bookmark for a location, named `name` when that is not empty, else by what
 // the location gives. Nothing, with the reason in `failure`, when the server
-// gives no stream. Throws UsageError for bad input: an empty location, a
+// gives no stream. Throws BadInput for bad input: an empty location, a
 // malformed URL, a local file that is missing, unreadable or names no stream.
 std::shared_ptr<Bookmark> bookmarkFromLocation(const std::string& location, const std::string& name,
                                                std::string& failure);
 
 // A saved bookmark's file path or name (as `quillon bookmark list` shows it,
 // or as it was given), a stream URL taken as it stands (named after its host),
-// else a playlist location as above. Throws UsageError as above, and for a
+// else a playlist location as above. Throws BadInput as above, and for a
 // name that matches nothing or a bookmark file without a stream address.
 std::shared_ptr<Bookmark> bookmarkFromArgument(const std::string& argument, std::string& failure);
+
+// Whether a URL path names a playlist (.pls, .m3u, ...) rather than a stream.
+bool looksLikePlaylist(const std::string& path);
 
 }  // namespace quillon

@@ -1,0 +1,87 @@
+#pragma once
+// The daemon's HTTP side: the JSON API, the event stream, the login link and
+// the web page, on cpp-httplib. It guards every call before routing: the Host
+// must name this daemon (no DNS rebinding), an Origin must be the daemon's own
+// (no cross-site requests), /api calls must carry the token (header or
+// cookie), and bodies of changing calls must be JSON. Handlers run on the main
+// loop, one at a time, so that they see and change the application's state as
+// the main thread does; the event stream and the login are answered on the
+// worker threads.
+//
+// Thread contract: route, setPage and start before serving, stop and the
+// destructor on the main thread. Workers block in MainLoop::invoke through a
+// guard that stop() cancels first, so stopping never waits for itself.
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "app/ApiRequest.h"
+#include "platform/MainLoop.h"
+
+namespace httplib {
+class Server;
+struct Request;
+struct Response;
+}  // namespace httplib
+
+namespace quillon {
+
+class EventHub;
+class LoginLinks;
+
+class ApiServer {
+public:
+    using Handler = std::function<ApiReply(const ApiRequest&)>;
+
+    struct Options {
+        std::string host = "127.0.0.1";
+        std::uint16_t port = 8642;
+        std::string token;
+        // Listening on every interface: any Host is accepted (the token
+        // still guards every call).
+        bool anyHost = false;
+    };
+
+    static constexpr std::size_t kMaxBodyBytes = 1 << 20;
+    static constexpr const char* kTokenHeader = "X-Quillon-Token";
+    static constexpr const char* kTokenCookie = "quillon_token";
+
+    ApiServer(Options options, EventHub& events, LoginLinks& logins);
+    ~ApiServer();
+    ApiServer(const ApiServer&) = delete;
+    ApiServer& operator=(const ApiServer&) = delete;
+
+    // `pattern` is a regular expression over the path; its groups become the
+    // request's params. The handler runs on the main loop.
+    void route(const std::string& method, const std::string& pattern, Handler handler);
+    // The page served at "/".
+    void setPage(std::string html) { page_ = std::move(html); }
+
+    // Binds and starts serving; false with the reason when the port is taken.
+    bool start(std::string& failure);
+    // Ends the event streams, refuses further calls and joins the server.
+    void stop();
+    std::uint16_t port() const { return boundPort_; }
+
+private:
+    // Nothing when the call may go on; else the refusal was written.
+    bool refused(const httplib::Request& req, httplib::Response& res) const;
+    bool hostAllowed(const std::string& host) const;
+    void dispatch(const Handler& handler, const httplib::Request& req, httplib::Response& res);
+    void serveEvents(httplib::Response& res);
+    void serveLogin(const httplib::Request& req, httplib::Response& res);
+
+    Options options_;
+    EventHub& events_;
+    LoginLinks& logins_;
+    std::unique_ptr<httplib::Server> server_;
+    std::string page_;
+    InvokeGuard guard_;
+    std::thread thread_;
+    std::uint16_t boundPort_ = 0;
+    int listenFd_ = -1;  // owned by the httplib server
+};
+
+}  // namespace quillon

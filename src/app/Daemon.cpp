@@ -1,0 +1,66 @@
+#include "app/Daemon.h"
+
+#include "app/ActivityApi.h"
+#include "app/ApiServer.h"
+#include "app/ApiToken.h"
+#include "app/ApplicationApi.h"
+#include "app/DaemonUserInterface.h"
+#include "app/EventHub.h"
+#include "app/LoginLinks.h"
+#include "platform/Log.h"
+#include "platform/Resources.h"
+#include "platform/TextUtil.h"
+#include "store/Preferences.h"
+
+namespace quillon {
+
+Daemon::Daemon(Options options)
+    : options_(std::move(options)),
+      events_(std::make_unique<EventHub>()),
+      logins_(std::make_unique<LoginLinks>()),
+      questions_(std::make_unique<QuestionBoard>([this](const nlohmann::json& e) { events_->publish(e); })),
+      ui_(std::make_unique<DaemonUserInterface>(*events_)) {}
+
+Daemon::~Daemon() { stop(); }
+
+bool Daemon::start(std::string& failure) {
+    auto prefs = Preferences::preferences();
+    auto token = ApiToken::loadOrCreate(ApiToken::path(), failure);
+    if (!token) {
+        failure = "no API token, so no API: " + failure;
+        return false;
+    }
+    ApiServer::Options server;
+    server.token = *token;
+    int port = options_.port ? *options_.port : intValue(prefs->getParam("webPort"));
+    server.port = port >= 1 && port <= 65535 ? static_cast<std::uint16_t>(port) : kDefaultPort;
+    if (prefs->getState("webAllInterfaces")) {
+        server.host = "0.0.0.0";
+        server.anyHost = true;
+    }
+
+    controller_ = std::make_unique<Controller>(*ui_, *questions_, std::move(options_.controller));
+    ui_->setActivity(&controller_->activity());
+    server_ = std::make_unique<ApiServer>(server, *events_, *logins_);
+    server_->setPage(std::string(resource("index.html").value_or("Quillon")));
+    addActivityRoutes(*server_, *controller_);
+    addApplicationRoutes(*server_, *controller_, *logins_);
+    if (!server_->start(failure)) return false;
+    controller_->start();
+    Log::info("Quillon serves its API on {}:{}", server.host, server_->port());
+    return true;
+}
+
+void Daemon::stop() {
+    if (stopped_ || !controller_) return;
+    stopped_ = true;
+    if (server_) server_->stop();
+    controller_->quit();
+    ui_->setActivity(nullptr);
+}
+
+std::uint16_t Daemon::port() const { return server_ ? server_->port() : 0; }
+
+std::string Daemon::pageUrl() const { return "http://127.0.0.1:" + std::to_string(port()) + "/"; }
+
+}  // namespace quillon

@@ -1,0 +1,210 @@
+// The daemon's API over real HTTP on loopback: every call's happy path and its
+// refusals as one table, the guards (token, Host, Origin, JSON bodies, a
+// cross-site form), the one-time login, and a hundred event streams watching
+// connections start and stop.
+#include <gtest/gtest.h>
+#include <httplib.h>
+
+#include <atomic>
+#include <future>
+#include <thread>
+
+#include "AppTestSupport.h"
+#include "app/ApiServer.h"
+#include "app/ApiToken.h"
+#include "app/Daemon.h"
+#include "app/EventHub.h"
+#include "store/Preferences.h"
+#include "support/Loopback.h"
+
+namespace quillon::test {
+namespace {
+
+class DaemonApiTest : public AppFixture {
+protected:
+    void SetUp() override {
+        AppFixture::SetUp();
+        becomeMainThread();
+        Daemon::Options options;
+        port_ = unusedPort();
+        options.port = port_;
+        daemon_ = std::make_unique<Daemon>(std::move(options));
+        std::string failure;
+        ASSERT_TRUE(daemon_->start(failure)) << failure;
+        token_ = ApiToken::read(ApiToken::path()).value_or("");
+        ASSERT_EQ(token_.size(), ApiToken::kLength);
+    }
+    void TearDown() override {
+        daemon_->stop();
+        daemon_.reset();
+        AppFixture::TearDown();
+    }
+
+    // One call from another thread while this one runs the main loop.
+    httplib::Result call(const std::string& method, const std::string& path, const std::string& body = "",
+                         httplib::Headers headers = {}, bool withToken = true,
+                         const std::string& type = "application/json") {
+        if (withToken) headers.emplace(ApiServer::kTokenHeader, token_);
+        auto pending = std::async(std::launch::async, [&] {
+            httplib::Client client("127.0.0.1", port_);
+            if (method == "GET") return client.Get(path, headers);
+            if (method == "PUT") return client.Put(path, headers, body, type);
+            if (method == "DELETE") return client.Delete(path, headers, body, type);
+            return client.Post(path, headers, body, type);
+        });
+        runUntil([&] { return pending.wait_for(std::chrono::seconds(0)) == std::future_status::ready; });
+        return pending.get();
+    }
+    nlohmann::json json(const httplib::Result& r) { return nlohmann::json::parse(r->body); }
+
+    std::uint16_t port_ = 0;
+    std::unique_ptr<Daemon> daemon_;
+    std::string token_;
+};
+
+TEST_F(DaemonApiTest, EveryCallAnswersOrRefusesWithOneLine) {
+    struct Row {
+        const char* method;
+        std::string path;
+        std::string body;
+        int status;
+    };
+    std::string missing = folder_ + "/no-such-folder";
+    const Row rows[] = {
+        {"GET", "/api/status", "", 200},
+        {"GET", "/api/activity", "", 200},
+        {"GET", "/api/window", "", 200},
+        {"PUT", "/api/window", R"({"MainWinPos":"{{10, 20}, {800, 600}}"})", 200},
+        {"PUT", "/api/window", R"({"MainWinPos":"big"})", 400},
+        {"GET", "/api/questions", "", 200},
+        {"POST", "/api/questions/99", R"({"answer":"/tmp"})", 404},
+        {"GET", "/api/storage-folders", "", 200},
+        {"PUT", "/api/storage-folders/activity", R"({"path":")" + missing + R"("})", 400},
+        {"PUT", "/api/storage-folders/history", R"({"path":"/tmp"})", 403},
+        {"PUT", "/api/storage-folders/kitchen", R"({"path":"/tmp"})", 404},
+        {"POST", "/api/activity", "{not json", 400},
+        {"POST", "/api/activity", "[1,2]", 400},
+        {"POST", "/api/activity", R"({"url":"http://127.0.0.1:1/","colour":"red"})", 400},
+        {"POST", "/api/activity", R"({"url":"http://127.0.0.1:1/","relayOnly":"yes"})", 400},
+        {"POST", "/api/activity", R"({"url":"http://127.0.0.1:1/","bookmark":"x"})", 400},
+        {"POST", "/api/activity", R"({"bookmark":"Nobody"})", 404},
+        {"POST", "/api/activity", R"({"url":"http://127.0.0.1:1/list.pls"})", 400},
+        {"POST", "/api/activity", R"({"url":"ftp://x/"})", 400},
+        {"POST", "/api/open", R"({"path":")" + missing + R"(.qlnbk"})", 404},
+        {"POST", "/api/activity/999/stop", "{}", 404},
+        {"POST", "/api/activity/abc/stop", "{}", 404},
+        {"DELETE", "/api/activity/999", "", 404},
+        {"POST", "/api/activity/clear", "{}", 200},
+        {"GET", "/api/no-such-thing", "", 404},
+    };
+    for (const Row& row : rows) {
+        auto r = call(row.method, row.path, row.body);
+        ASSERT_TRUE(r) << row.method << " " << row.path;
+        EXPECT_EQ(r->status, row.status)
+            << row.method << " " << row.path << " " << row.body << " -> " << r->body;
+        auto body = nlohmann::json::parse(r->body, nullptr, false);
+        ASSERT_TRUE(body.is_object()) << r->body;
+        if (row.status >= 400) {
+            EXPECT_TRUE(body["error"].is_string()) << r->body;
+        }
+    }
+    EXPECT_EQ(json(call("GET", "/api/window"))["MainWinPos"], "{{10, 20}, {800, 600}}");
+    // A call that was refused changed nothing.
+    EXPECT_EQ(json(call("GET", "/api/activity"))["rows"].size(), 0u);
+}
+
+TEST_F(DaemonApiTest, CallsWithoutTheTokenOrFromElsewhereAreRefused) {
+    const std::string port = std::to_string(port_);
+    struct Row {
+        const char* what;
+        httplib::Headers headers;
+        bool token;
+        const char* type;
+        int status;
+    };
+    const Row rows[] = {
+        {"no token", {}, false, "application/json", 401},
+        {"wrong token", {{ApiServer::kTokenHeader, std::string(64, 'a')}}, false, "application/json", 401},
+        {"token as cookie", {{"Cookie", "x=1; quillon_token=" + token_}}, false, "application/json", 201},
+        {"foreign Origin", {{"Origin", "http://evil.example"}}, true, "application/json", 403},
+        {"rebound Host", {{"Host", "evil.example:" + port}}, true, "application/json", 403},
+        // What a cross-site form can send: a simple content type, the cookie,
+        // its own Origin.
+        {"cross-site form",
+         {{"Cookie", "quillon_token=" + token_}, {"Origin", "http://evil.example"}},
+         false,
+         "text/plain",
+         403},
+        {"not JSON", {}, true, "text/plain", 415},
+    };
+    for (const Row& row : rows) {
+        auto r = call("POST", "/api/login-links", "{}", row.headers, row.token, row.type);
+        ASSERT_TRUE(r) << row.what;
+        EXPECT_EQ(r->status, row.status) << row.what << ": " << r->body;
+    }
+}
+
+TEST_F(DaemonApiTest, LoginLinkSetsTheCookieOnce) {
+    std::string url = json(call("POST", "/api/login-links", "{}"))["url"];
+    std::string path = url.substr(url.find("/login"));
+    auto first = call("GET", path, "", {}, false);
+    ASSERT_TRUE(first);
+    EXPECT_EQ(first->status, 303);
+    std::string cookie = first->get_header_value("Set-Cookie");
+    EXPECT_NE(cookie.find("quillon_token=" + token_), std::string::npos);
+    EXPECT_NE(cookie.find("HttpOnly"), std::string::npos);
+    EXPECT_NE(cookie.find("SameSite=Strict"), std::string::npos);
+    EXPECT_EQ(call("GET", path, "", {}, false)->status, 403);
+    EXPECT_EQ(call("GET", "/", "", {}, false)->status, 200);
+}
+
+TEST_F(DaemonApiTest, HundredEventStreamsSeeConnectionsStartAndStop) {
+    constexpr int kClients = 100;
+    std::atomic<int> sawStop{0};
+    std::atomic<bool> quit{false};
+    std::vector<std::thread> clients;
+    for (int i = 0; i < kClients; ++i) {
+        clients.emplace_back([&] {
+            httplib::Client client("127.0.0.1", port_);
+            client.set_read_timeout(30, 0);
+            std::string buffer;
+            bool counted = false;
+            client.Get("/api/events", {{ApiServer::kTokenHeader, token_}},
+                       [&](const char* data, std::size_t n) {
+                           buffer.append(data, n);
+                           for (std::size_t end; (end = buffer.find("\n\n")) != std::string::npos;
+                                buffer.erase(0, end + 2)) {
+                               if (buffer.rfind("data: ", 0) != 0) continue;
+                               auto event = nlohmann::json::parse(buffer.substr(6, end - 6));
+                               if (!counted && event["type"] == "connection" && event["state"] == 1) {
+                                   counted = true;
+                                   ++sawStop;
+                               }
+                           }
+                           return !quit;
+                       });
+        });
+    }
+    ASSERT_TRUE(runUntil([&] { return daemon_->events().subscriberCount() == kClients; }));
+
+    auto station = startStation();
+    std::string url = "http://127.0.0.1:" + std::to_string(station->port()) + "/";
+    for (int round = 0; round < 2; ++round) {
+        auto started = call("POST", "/api/activity", R"({"url":")" + url + R"("})");
+        ASSERT_EQ(started->status, 201) << started->body;
+        std::uint64_t id = json(started)["id"];
+        Ripper* c = daemon_->controller().activity().connectionWithName(json(started)["connName"]);
+        ASSERT_TRUE(c);
+        ASSERT_TRUE(runUntil([&] { return c->isStreaming(); }));
+        EXPECT_EQ(json(call("POST", "/api/activity/" + std::to_string(id) + "/stop", "{}"))["state"], 1);
+        ASSERT_TRUE(runUntil([&] { return round == 1 || sawStop == kClients; }));
+        EXPECT_EQ(call("DELETE", "/api/activity/" + std::to_string(id))->status, 200);
+    }
+    EXPECT_EQ(sawStop, kClients);
+    quit = true;
+    daemon_->stop();  // ends every stream
+    for (auto& t : clients) t.join();
+}
+
+}  // namespace
+}  // namespace quillon::test
