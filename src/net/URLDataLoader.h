@@ -5,10 +5,12 @@
 // every outcome.
 //
 // The file is named after what the server suggests (UrlFetcher's rule) and
-// replaces a file of that name, but the bytes are written to a fresh temporary
-// file that is renamed into place only when the download has finished, so a
-// link planted at the name is replaced, never written through, and a failed
-// download leaves no file. What the network may send is bounded (kMaxBytes).
+// replaces a file of that name. Deliberate: the bytes go to a fresh temporary
+// file that is renamed into place only when the download has finished (so the
+// file and its path exist from then on, not from the first byte), because
+// anyone can plant a link at a name in /tmp: it is replaced, never written
+// through, and a failed download leaves no file. What the network may send is
+// bounded (kMaxBytes).
 //
 // Thread contract: main thread only. The download runs on a UrlFetcher thread;
 // every event reaches the target on the main thread through the main loop, and
