@@ -42,6 +42,7 @@ CurlLibrary::State& CurlLibrary::state() {
                        resolve(handle, "curl_easy_perform", f.easyPerform, state.error) &&
                        resolve(handle, "curl_easy_cleanup", f.easyCleanup, state.error) &&
                        resolve(handle, "curl_easy_strerror", f.easyStrerror, state.error) &&
+                       resolve(handle, "curl_easy_getinfo", f.easyGetinfo, state.error) &&
                        resolve(handle, "curl_slist_append", f.slistAppend, state.error) &&
                        resolve(handle, "curl_slist_free_all", f.slistFreeAll, state.error);
         if (state.loaded) globalInit(CURL_GLOBAL_DEFAULT);

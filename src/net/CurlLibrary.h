@@ -23,6 +23,7 @@ public:
     CURLcode (*easyPerform)(CURL*) = nullptr;
     void (*easyCleanup)(CURL*) = nullptr;
     const char* (*easyStrerror)(CURLcode) = nullptr;
+    CURLcode (*easyGetinfo)(CURL*, CURLINFO, ...) = nullptr;
     curl_slist* (*slistAppend)(curl_slist*, const char*) = nullptr;
     void (*slistFreeAll)(curl_slist*) = nullptr;
 

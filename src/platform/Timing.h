@@ -16,6 +16,7 @@ struct Timing {
     double freeSpaceCheck = 60;      // free-space guard
     double libraryHandOffDelay = 30; // hand-off of a size-split chunk
     double redirectTimeout = 60;     // a bookmark's redirect probe
+    double versionCheckTimeout = 10; // the version file download
 };
 
 // The process's timing table.

@@ -111,30 +111,31 @@ void BookmarkLocator::startFetch(const std::string& location, const std::string&
     // by value.
     auto buffer = std::make_shared<std::string>();
     auto header = std::make_shared<std::string>();
+    auto liveStream = std::make_shared<bool>(false);
     UrlFetcher::Callbacks fetch;
-    fetch.onHeader = [this, header, generation](std::string_view line) {
+    fetch.onHeader = [this, header, liveStream, generation](std::string_view line) {
         // Redirects bring several headers; keep the last one.
-        if (line.rfind("HTTP/", 0) == 0) header->clear();
+        if (line.rfind("HTTP/", 0) == 0 || line.rfind("ICY ", 0) == 0) header->clear();
         header->append(line);
-        if (line == "\r\n" || line == "\n") {
+        if (line != "\r\n" && line != "\n") return;
+        if (header->rfind("ICY 200 OK", 0) != 0) {
             deliver(generation, [this, text = *header] {
                 if (callbacks_.httpHeader) callbacks_.httpHeader(text);
             });
+            return;
         }
+        // A live stream: its header is all the search needs; onData ends the fetch.
+        *liveStream = true;
+        auto bookmark = bookmarkFromStreamHeader(*header);
+        deliver(generation, [this, text = *header, bookmark] {
+            if (callbacks_.liveStream) callbacks_.liveStream(text);
+            if (bookmark && callbacks_.openEditor) callbacks_.openEditor(bookmark);
+            cancel();
+        });
     };
-    fetch.onData = [this, buffer, generation](std::span<const std::uint8_t> chunk) {
+    fetch.onData = [this, buffer, liveStream, generation](std::span<const std::uint8_t> chunk) {
+        if (*liveStream) return false;
         buffer->append(asText(chunk));
-        if (buffer->find("ICY 200 OK") != std::string::npos &&
-            buffer->find("\r\n\r\n") != std::string::npos) {
-            std::string header = *buffer;
-            auto bookmark = bookmarkFromStreamHeader(header);
-            deliver(generation, [this, header, bookmark] {
-                if (callbacks_.liveStream) callbacks_.liveStream(header);
-                if (bookmark && callbacks_.openEditor) callbacks_.openEditor(bookmark);
-                cancel();
-            });
-            return false;
-        }
         if (buffer->size() > kMaxProbeBytes) {
             deliver(generation, [this] { cancel(); });
             return false;

@@ -89,6 +89,8 @@ const std::vector<std::string>& Preferences::defaultGenres() {
 }
 
 void Preferences::defaultValues() {
+    // No maker's server is known: the version check stays off until one is set.
+    if (!objectForKey(kVersionHostKey)) setParam(std::string(), kVersionHostKey);
     if (objectForKey(kGenresKey)) return;
     PlistValue::Array list;
     for (const std::string& g : defaultGenres()) list.emplace_back(g);

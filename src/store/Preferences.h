@@ -26,6 +26,9 @@ public:
     static constexpr const char* kOldRelativePath = "Library/Preferences/kv.config.qln";
     static constexpr const char* kVersion = "1.7.2";
     static constexpr const char* kGenresKey = "_genres";
+    // The maker's web server (a host, optionally with ":port") that the version
+    // check asks; empty: no check.
+    static constexpr const char* kVersionHostKey = "versionHost";
 
     // The shared instance, loaded on first use (then the old settings file is
     // tried, then defaults). Nothing is saved by creating it; a settings file
@@ -46,7 +49,7 @@ public:
 
     // Merges settings of the older archived file when it can be read.
     void importOldPreferences();
-    // Sets "_genres" to the default list when the key is absent.
+    // Sets "_genres" to the default list and "versionHost" to "" when absent.
     void defaultValues();
     static const std::vector<std::string>& defaultGenres();
     // The "_genres" strings (non-strings skipped).

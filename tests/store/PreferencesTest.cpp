@@ -28,6 +28,8 @@ TEST(Preferences, FirstStartReadsEmptyWithDefaultGenres) {
     EXPECT_EQ(prefs->genres()[2], "Blues/R&B");
     EXPECT_EQ(prefs->genres().back(), "World Music");
     EXPECT_EQ(prefs->fileType(), "prf");
+    ASSERT_NE(prefs->objectForKey("versionHost"), std::nullopt);  // listed, and empty: no version check
+    EXPECT_EQ(prefs->getParam("versionHost"), "");
     EXPECT_FALSE(std::filesystem::exists(home.file(Preferences::kRelativePath)));  // nothing saved yet
 }
 
