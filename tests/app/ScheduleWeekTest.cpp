@@ -6,6 +6,7 @@
 #include <map>
 
 #include "AppTestSupport.h"
+#include "app/ActivityViewModel.h"
 #include "schedule/ScheduleTestSupport.h"
 #include "schedule/Schedules.h"
 
@@ -94,6 +95,12 @@ TEST_F(ScheduleWeekTest, AWeekOfRulesStartsAndStopsExactlyAsPlanned) {
                 ASSERT_TRUE(test::runUntil([&] { return after->isStreaming(); }));
                 EXPECT_EQ(after->relayOnly(), r->isOneOff());
                 EXPECT_EQ(after->currentEndDate(), r->isOneOff() ? r->endDate() : r->currentStopDate());
+                if (r->name() == "Once") {
+                    EXPECT_EQ(ActivityViewModel::make(*controller_)
+                                  .rows.at(*controller_->selectedRow())
+                                  .scheduleInformation,
+                              "Will stop on Thursday, November 26 2026, 10:05 am");
+                }
             }
         }
     }
