@@ -71,7 +71,7 @@ void addActivityRoutes(ApiServer& server, Controller& c) {
         if (bookmark->filePath().empty())
             bookmark->setFilePath(
                 bookmark->pathInFolder(Preferences::recentFolderPath().value_or(homeFolder())));
-        Ripper* started = c.activity().addRecord(*bookmark, relayOnly, listen);
+        Ripper* started = c.activity().addRecord(*bookmark, nullptr, relayOnly, listen);
         if (!started) throw ApiError(409, "refused: see the alert (recordings folder or free space)");
         return ApiReply{201, rowOf(c, *started)};
     });

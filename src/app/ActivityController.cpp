@@ -4,6 +4,7 @@
 
 #include "app/StorageFolder.h"
 #include "app/UserInterface.h"
+#include "engine/ConnectionTimer.h"
 #include "engine/Ripper.h"
 #include "net/RelayPlaylist.h"
 #include "platform/Localization.h"
@@ -40,7 +41,8 @@ ActivityController::~ActivityController() {
 
 // ---- starting ---------------------------------------------------------------
 
-Ripper* ActivityController::addRecord(const Bookmark& bookmark, bool relayOnly, bool autoListen) {
+Ripper* ActivityController::addRecord(const Bookmark& bookmark, const std::shared_ptr<ConnectionTimer>& rule,
+                                      bool relayOnly, bool autoListen) {
     const std::string name = bookmark.connName().value_or("");
     Ripper* existing = connectionWithName(name);
     const std::string& path = bookmark.filePath();
@@ -56,6 +58,7 @@ Ripper* ActivityController::addRecord(const Bookmark& bookmark, bool relayOnly, 
     if (existing) {
         if (existing->ripperState() == Ripper::State::Stopped) {
             existing->start();
+            if (rule) existing->setTimer(rule);
             return existing;
         }
         // One connection per bookmark: never record the same one twice.
@@ -72,6 +75,7 @@ Ripper* ActivityController::addRecord(const Bookmark& bookmark, bool relayOnly, 
         return nullptr;
     }
     Ripper* connection = made.get();
+    if (rule) connection->setTimer(rule);
     connections_.push_back(std::move(made));
     addToRecents(bookmark);
 
@@ -97,7 +101,17 @@ void ActivityController::connectWithBookmark(const Bookmark* bookmark) {
         ui_.beep();
         return;
     }
-    addRecord(*bookmark, false, false);
+    addRecord(*bookmark, nullptr, false, false);
+}
+
+AbstractRule::Starter ActivityController::ruleStarter() {
+    std::weak_ptr<bool> alive = alive_;
+    return [this, alive](const Bookmark& bookmark, const std::shared_ptr<ConnectionTimer>& rule,
+                         bool relayOnly, bool autoListen) -> Ripper* {
+        auto a = alive.lock();
+        if (!a || !*a) return nullptr;
+        return addRecord(bookmark, rule, relayOnly, autoListen);
+    };
 }
 
 void ActivityController::connectFromRecentMenu(const std::string& path) {

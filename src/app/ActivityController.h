@@ -26,10 +26,12 @@
 #include "engine/ConnectionServices.h"
 #include "engine/RipperOwner.h"
 #include "platform/MainLoop.h"
+#include "schedule/AbstractRule.h"
 
 namespace quillon {
 
 class Bookmark;
+class ConnectionTimer;
 class Ripper;
 class UserInterface;
 
@@ -51,8 +53,14 @@ public:
 
     // ---- starting
     // The one entry point. Nothing when refused (after an alert or a beep);
-    // the connection otherwise, which may be a restarted stopped one.
-    Ripper* addRecord(const Bookmark& bookmark, bool relayOnly, bool autoListen);
+    // the connection otherwise, which may be a restarted stopped one. `rule`
+    // (may be null): the schedule rule that asks, which the connection then
+    // refers to until it closes.
+    Ripper* addRecord(const Bookmark& bookmark, const std::shared_ptr<ConnectionTimer>& rule, bool relayOnly,
+                      bool autoListen);
+    // How schedule rules open their connections: addRecord, while this
+    // controller lives (null afterwards).
+    AbstractRule::Starter ruleStarter();
     // No bookmark: a beep. Else addRecord, recording, without listening.
     void connectWithBookmark(const Bookmark* bookmark);
     // Loads the bookmark file (a beep when it cannot be read), then as above.

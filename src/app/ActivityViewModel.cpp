@@ -3,6 +3,7 @@
 #include "app/ActivityController.h"
 #include "engine/Ripper.h"
 #include "platform/Localization.h"
+#include "schedule/PendingAction.h"
 
 namespace quillon {
 
@@ -120,6 +121,11 @@ ActivityViewModel ActivityViewModel::make(const ActivityController& controller) 
         r.relayOnly = c.relayOnly();
         r.closeAfterThisTrack = c.closeAfterThisTrack();
         r.downloadPath = c.downloadPath();
+        if (auto end = c.currentEndDate())
+            r.scheduleInformation =
+                localized("ConnectionWillStop", "Will stop on") + " " + PendingAction::displayText(*end);
+        else
+            r.scheduleInformation = localized("ConnectionNotScheduled", "");
         view.rows.push_back(std::move(r));
     }
     view.selectedRow = controller.selectedRow();

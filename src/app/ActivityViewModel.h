@@ -36,6 +36,9 @@ public:
         bool relayOnly = false;
         bool closeAfterThisTrack = false;
         std::string downloadPath;  // the file being written, if any
+        // "Will stop on Monday, November 23 2026, 10:30 pm" for a connection
+        // a schedule rule started; else the text of "ConnectionNotScheduled".
+        std::string scheduleInformation;
     };
 
     struct ToolbarItem {

@@ -87,7 +87,7 @@ Ripper* Controller::openFileConnection(const std::string& path) {
         ui_.beep();
         return nullptr;
     }
-    return activity_->addRecord(*bookmark, false, false);
+    return activity_->addRecord(*bookmark, nullptr, false, false);
 }
 
 bool Controller::openFile(const std::string& path) {

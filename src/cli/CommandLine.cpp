@@ -10,6 +10,7 @@
 #include "cli/HistoryCommand.h"
 #include "cli/PrefsCommand.h"
 #include "cli/RecordCommand.h"
+#include "cli/ScheduleCommand.h"
 #include "cli/ServeCommand.h"
 #include "cli/StationCommand.h"
 #include "platform/Log.h"
@@ -30,6 +31,7 @@ int runCommandLine(int argc, char** argv) {
     addBookmarkCommand(app, runner);
     addPrefsCommand(app, runner);
     addHistoryCommand(app, runner);
+    addScheduleCommand(app, runner);
     addServeCommand(app, runner);
     try {
         app.parse(argc, argv);

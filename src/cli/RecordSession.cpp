@@ -223,7 +223,7 @@ int RecordSession::run(const std::vector<std::shared_ptr<Bookmark>>& bookmarks) 
         // A connection needs a bookmark file; one typed as a location gets
         // the copy that the recent list keeps of it.
         if (b->filePath().empty()) b->setFilePath(b->pathInFolder(recentFolder.value_or(options_.folder)));
-        if (Ripper* c = controller_->addRecord(*b, options_.relayOnly, options_.listen)) {
+        if (Ripper* c = controller_->addRecord(*b, nullptr, options_.relayOnly, options_.listen)) {
             streamed_.try_emplace(c, c->isStreaming());
         } else {
             refused = true;
@@ -267,7 +267,8 @@ int RecordSession::run(const std::vector<std::shared_ptr<Bookmark>>& bookmarks) 
     interrupts_.reset();
 
     for (const auto& end : ends) std::fprintf(stderr, "Ended: %s\n", printable(end).c_str());
-    for (const auto& what : failed) std::fprintf(stderr, "quillon: could not record %s\n", printable(what).c_str());
+    for (const auto& what : failed)
+        std::fprintf(stderr, "quillon: could not record %s\n", printable(what).c_str());
     if (diskAlmostFull_) std::fprintf(stderr, "quillon: stopped: the recordings disk is almost full\n");
     return failed.empty() && !refused && allEndedWell && !diskAlmostFull_ ? 0 : 1;
 }

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "engine/ConnectionTimer.h"
 #include "engine/RelayBlockPool.h"
 #include "engine/RipperOwner.h"
 #include "engine/StreamRequest.h"
@@ -48,6 +49,7 @@ Ripper::Ripper(RipperOwner& owner, const Bookmark& bookmark, bool relayOnly, boo
 }
 
 Ripper::~Ripper() {
+    detachTimer();
     off_ = true;
     tryAgain_ = false;
     sleepWake_.notify_all();
@@ -65,6 +67,7 @@ void Ripper::joinThread() {
 
 void Ripper::start() {
     joinThread();
+    ++runNumber_;
     settings_ = ConnectionSettings::fromPreferences(*Preferences::preferences());
     off_ = false;
     errorCount_ = 0;
@@ -137,8 +140,34 @@ void Ripper::userClose() {
         std::lock_guard info(infoMutex_);
         genericTitle_.reset();
     }
+    if (MainLoop::main().isMainThread()) {
+        detachTimer();
+    } else {
+        // Stop after this track, a disk error or a refused connection close on
+        // the connection thread; the rule belongs to the main thread.
+        // A rule that has restarted the connection since holds the new run.
+        std::weak_ptr<bool> alive = alive_;
+        MainLoop::main().post([this, alive, run = runNumber_.load()] {
+            if (auto a = alive.lock(); a && *a && run == runNumber_) detachTimer();
+        });
+    }
     sleepWake_.notify_all();
     close();
+}
+
+void Ripper::setTimer(const std::shared_ptr<ConnectionTimer>& timer) { timer_ = timer; }
+
+bool Ripper::hasTimer() const { return !timer_.expired(); }
+
+std::optional<std::chrono::system_clock::time_point> Ripper::currentEndDate() const {
+    if (auto timer = timer_.lock()) return timer->currentEndDate();
+    return std::nullopt;
+}
+
+void Ripper::detachTimer() {
+    auto timer = timer_.lock();
+    timer_.reset();
+    if (timer) timer->connectionClosed(*this);
 }
 
 void Ripper::invalidate() {

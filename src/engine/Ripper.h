@@ -6,7 +6,9 @@
 // without titles, at a size limit). Reconnects after failures when allowed.
 //
 // Thread contract: construction, start, close, userClose, invalidate,
-// setRelayOnly, setCloseAfterThisTrack and destruction run on the main thread.
+// setRelayOnly, setCloseAfterThisTrack, setTimer, currentEndDate and destruction
+// run on the main thread (userClose also runs on the connection thread, which
+// then hands the rule's release to the main thread).
 // One connection thread per start() runs the connect loop and the read loop;
 // it hands the first file set-up and every status refresh to the main thread and
 // waits. Queries may be called from any thread. `bufferLock_` guards the receive
@@ -35,6 +37,7 @@
 namespace quillon {
 
 class Bookmark;
+class ConnectionTimer;
 class RipperOwner;
 class TCPSocket;
 
@@ -87,6 +90,13 @@ public:
     bool toggleCloseAfterThisTrack();
     bool trackSeparationOn() const;
     void setRelayOnly(bool on);
+
+    // The schedule rule that started the connection (held weakly); every close
+    // of the connection, and its destruction, releases the rule.
+    void setTimer(const std::shared_ptr<ConnectionTimer>& timer);
+    bool hasTimer() const;
+    // When the connection's rule will stop it; nothing without a rule.
+    std::optional<std::chrono::system_clock::time_point> currentEndDate() const;
 
     State ripperState() const { return state_; }
     bool isStreaming() const { return state_ >= State::Recording; }
@@ -150,6 +160,8 @@ private:
     // line) to the track files; runs on the connection thread at every end.
     void finishRecording();
     void setEnd(EndReason reason, const std::string& text);
+    // Tells the rule that the connection is closed and forgets it (main thread).
+    void detachTimer();
     // Ends the connection for good with the disk error as its status text and a log line.
     void showDiskError();
     // Fills the next audio block from the demuxer; `atEnd` also takes what the
@@ -173,7 +185,9 @@ private:
     void handToLibrary(const std::string& path);
 
     RipperOwner& owner_;
-    std::shared_ptr<Bookmark> bookmark_;  // the connection's own copy
+    std::weak_ptr<ConnectionTimer> timer_;  // main thread only
+    std::atomic<unsigned> runNumber_{0};    // counts start()s
+    std::shared_ptr<Bookmark> bookmark_;    // the connection's own copy
     ConnectionServices services_;
     // Read at every start; the connection thread is not running then.
     ConnectionSettings settings_;

@@ -35,7 +35,7 @@ protected:
     }
 
     Ripper* record(const std::string& name) {
-        return controller_->addRecord(*bookmarkFor(station_->port(), name), false, false);
+        return controller_->addRecord(*bookmarkFor(station_->port(), name), nullptr, false, false);
     }
 
     static bool streams(Ripper* c) {
@@ -78,7 +78,8 @@ TEST_F(ActivityControllerTest, AddRecordListsSelectsAndRemembersTheConnection) {
     // The view was told of the state changes, in order (each told as the main
     // loop delivers it, so a change overtaken by the next one shows as that one),
     // and at least once to render again.
-    ASSERT_TRUE(runUntil([&] { return !ui_.states.empty() && ui_.states.back() == Ripper::State::Recording; }));
+    ASSERT_TRUE(
+        runUntil([&] { return !ui_.states.empty() && ui_.states.back() == Ripper::State::Recording; }));
     EXPECT_TRUE(std::is_sorted(ui_.states.begin(), ui_.states.end())) << testing::PrintToString(ui_.states);
     EXPECT_TRUE(runUntil([&] { return ui_.changes > 0; }));
     EXPECT_TRUE(ui_.alerts.empty());
@@ -135,7 +136,7 @@ TEST_F(ActivityControllerTest, RefusalsShowTheirSheetAndStartNothing) {
         DefaultsStore::standard().setObject(PlistValue(folder), "RECORDS_STORAGE_FOLDER");
         auto b = bookmarkFor(station_->port(), c.name);
         if (!c.hasFile) b->setFilePath("");
-        Ripper* made = controller_->addRecord(*b, false, false);
+        Ripper* made = controller_->addRecord(*b, nullptr, false, false);
         if (c.alert) {
             EXPECT_EQ(made, nullptr);
             EXPECT_EQ(ui_.alerts, std::vector<std::string>{c.alert});

@@ -101,7 +101,7 @@ TEST_F(ActivityViewModelTest, ALiveConnectionShowsItsRowAndEnablesListen) {
     auto station = startStation();
     FakeInterface ui;
     ActivityController controller(ui);
-    Ripper* c = controller.addRecord(*bookmarkFor(station->port(), "Live One"), false, false);
+    Ripper* c = controller.addRecord(*bookmarkFor(station->port(), "Live One"), nullptr, false, false);
     ASSERT_NE(c, nullptr);
     ASSERT_TRUE(runUntil([&] { return c->isStreaming() && c->bitrate() > 0; }));
 
