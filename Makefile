@@ -10,8 +10,12 @@ FUZZ_SECONDS ?= 60
 FUZZ_TARGETS ?= $(patsubst fuzz/%Fuzzer.cpp,%,$(wildcard fuzz/*Fuzzer.cpp))
 JOBS       ?= $(shell nproc)
 CMAKE_ARGS ?=
+# `make install`: where the program goes, and a staging root for packagers.
+PREFIX     ?= /usr/local
+DESTDIR    ?=
+BINDIR     := $(PREFIX)/bin
 
-.PHONY: deps configure build run test test-fast test-asan test-tsan format clean bench-relay bench-record fuzz-deps fuzz
+.PHONY: deps configure build run install test test-fast test-asan test-tsan format clean bench-relay bench-record fuzz-deps fuzz
 
 deps:
 	scripts/install-deps
@@ -26,6 +30,19 @@ build: configure
 run: configure
 	cmake --build $(BUILD) -j $(JOBS) --target quillon
 	$(BUILD)/quillon demo
+
+# Builds only the program (in BUILD, configured there first if it never was) and
+# installs it with its systemd user unit and desktop entry, both pointing at
+# BINDIR. Does not install packages.
+install:
+	test -f $(BUILD)/build.ninja || cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_ARGS)
+	cmake --build $(BUILD) -j $(JOBS) --target quillon
+	mkdir -p $(BUILD)/packaging
+	sed 's|@bindir@|$(BINDIR)|g' packaging/quillon.service > $(BUILD)/packaging/quillon.service
+	sed 's|@bindir@|$(BINDIR)|g' packaging/quillon.desktop > $(BUILD)/packaging/quillon.desktop
+	install -D -m 0755 $(BUILD)/quillon $(DESTDIR)$(BINDIR)/quillon
+	install -D -m 0644 $(BUILD)/packaging/quillon.service $(DESTDIR)$(PREFIX)/lib/systemd/user/quillon.service
+	install -D -m 0644 $(BUILD)/packaging/quillon.desktop $(DESTDIR)$(PREFIX)/share/applications/quillon.desktop
 
 test-fast: build
 	ctest --test-dir $(BUILD) -j $(JOBS) --output-on-failure

@@ -1,13 +1,12 @@
 #include "cli/PrefsCommand.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <set>
 #include <string>
 
 #include "platform/TextUtil.h"
+#include "store/PreferenceRules.h"
 #include "store/Preferences.h"
 
 namespace quillon {
@@ -19,40 +18,6 @@ struct PrefsArgs {
     std::string value;
     bool json = false;
 };
-
-// The on/off settings; every other key holds text (or, "_genres", a list).
-const std::set<std::string, std::less<>>& stateKeys() {
-    static const std::set<std::string, std::less<>> keys = {
-        "checkUpdates", "proxyOn", "reconnect", "split",      "genreSort",   "subFolders",
-        "incomplete",   "skip",    "log",       "feediTunes", "ShowHistory", "relayAllInterfaces"};
-    return keys;
-}
-
-// Settings that must hold a whole number: the ports (an empty proxy port is
-// allowed, as the settings window leaves it), the piece size, the playlist tag,
-// the relay's player cap.
-void checkNumber(const std::string& key, const std::string& value) {
-    auto isDigits = [](const std::string& v) {
-        return !v.empty() && v.size() <= 9 &&
-               std::all_of(v.begin(), v.end(), [](char c) { return c >= '0' && c <= '9'; });
-    };
-    if (key == "relayPort" || key == "proxyPort") {
-        if (key == "proxyPort" && value.empty()) return;
-        if (!isDigits(value) || intValue(value) < 1 || intValue(value) > 65535) {
-            throw UsageError(key + " must be a port number from 1 to 65535, not '" + value + "'");
-        }
-    } else if (key == "chunkSize" || key == "playlistType" || key == "relayMaxPlayers") {
-        if (!value.empty() && !isDigits(value))
-            throw UsageError(key + " must be a whole number, not '" + value + "'");
-    }
-}
-
-bool parseState(const std::string& key, const std::string& value) {
-    std::string v = toLowerAscii(value);
-    if (v == "yes" || v == "true" || v == "on" || v == "1") return true;
-    if (v == "no" || v == "false" || v == "off" || v == "0") return false;
-    throw UsageError(key + " is an on/off setting: give YES or NO, not '" + value + "'");
-}
 
 nlohmann::json toJson(const PlistValue& value) {
     switch (value.kind()) {
@@ -127,45 +92,35 @@ int runGet(const PrefsArgs& args) {
     return 0;
 }
 
+// "Jazz, Blues ,Rock": the genres between the commas, trimmed, empty ones left out.
+PlistValue genreList(const std::string& text) {
+    PlistValue::Array genres;
+    std::size_t start = 0;
+    while (start <= text.size() && !text.empty()) {
+        std::size_t comma = text.find(',', start);
+        std::string item = text.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
+        item.erase(0, item.find_first_not_of(' '));
+        item.erase(item.find_last_not_of(' ') + 1);
+        if (!item.empty()) genres.emplace_back(item);
+        if (comma == std::string::npos) break;
+        start = comma + 1;
+    }
+    return PlistValue(std::move(genres));
+}
+
 int runSet(const PrefsArgs& args) {
     if (args.key.empty()) throw UsageError("the key is empty");
     auto prefs = Preferences::preferences();
-    std::string shown;
-    if (stateKeys().count(args.key)) {
-        bool on = parseState(args.key, args.value);
-        // The history switch governs skipping: "skip" needs "log", and turning
-        // "log" off turns "skip" off with it.
-        if (args.key == "skip" && on && !prefs->getState("log")) {
-            throw UsageError("skip can only be turned on while log is YES");
-        }
-        prefs->setState(on, args.key);
-        if (args.key == "log" && !on) prefs->setState(false, "skip");
-        shown = on ? "YES" : "NO";
-    } else if (args.key == Preferences::kGenresKey) {
-        PlistValue::Array genres;
-        std::size_t start = 0;
-        while (start <= args.value.size() && !args.value.empty()) {
-            std::size_t comma = args.value.find(',', start);
-            std::string item =
-                args.value.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
-            item.erase(0, item.find_first_not_of(' '));
-            item.erase(item.find_last_not_of(' ') + 1);
-            if (!item.empty()) genres.emplace_back(item);
-            if (comma == std::string::npos) break;
-            start = comma + 1;
-        }
-        shown = toText(PlistValue(genres));
-        prefs->setObject(PlistValue(std::move(genres)), args.key);
-    } else {
-        checkNumber(args.key, args.value);
-        prefs->setParam(args.value, args.key);
-        shown = args.value;
-    }
+    PlistValue value = args.key == Preferences::kGenresKey ? genreList(args.value) : PlistValue(args.value);
+    auto applied =
+        PreferenceRules::apply(*prefs, {{args.key, std::move(value)}}, PreferenceRules::UnknownKeys::store);
+    if (!applied.ok()) throw UsageError(applied.reason);
     if (!prefs->saveToFile()) {
         std::fprintf(stderr, "quillon: cannot write %s\n", prefs->filePath().c_str());
         return 1;
     }
-    std::printf("%s = %s\n", printable(args.key).c_str(), printable(shown).c_str());
+    std::printf("%s = %s\n", printable(args.key).c_str(),
+                printable(toText(applied.written.at(args.key))).c_str());
     return 0;
 }
 

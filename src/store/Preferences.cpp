@@ -89,8 +89,13 @@ const std::vector<std::string>& Preferences::defaultGenres() {
 }
 
 void Preferences::defaultValues() {
-    // No maker's server is known: the version check stays off until one is set.
-    if (!objectForKey(kVersionHostKey)) setParam(std::string(), kVersionHostKey);
+    // Deliberate: the daemon's settings are stored from the first start, so that
+    // the settings list shows them and a client finds the daemon's port.
+    const std::pair<const char*, const char*> daemonDefaults[] = {
+        {"webPort", "8642"}, {"webAllInterfaces", "NO"}, {"versionHost", ""}};
+    for (const auto& [key, value] : daemonDefaults) {
+        if (!objectForKey(key)) setObject(PlistValue(value), key);
+    }
     if (objectForKey(kGenresKey)) return;
     PlistValue::Array list;
     for (const std::string& g : defaultGenres()) list.emplace_back(g);

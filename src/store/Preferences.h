@@ -49,7 +49,8 @@ public:
 
     // Merges settings of the older archived file when it can be read.
     void importOldPreferences();
-    // Sets "_genres" to the default list and "versionHost" to "" when absent.
+    // Sets "_genres" to the default list, and the daemon's "webPort" ("8642"),
+    // "webAllInterfaces" ("NO") and "versionHost" (""), each when absent.
     void defaultValues();
     static const std::vector<std::string>& defaultGenres();
     // The "_genres" strings (non-strings skipped).

@@ -28,9 +28,23 @@ TEST(Preferences, FirstStartReadsEmptyWithDefaultGenres) {
     EXPECT_EQ(prefs->genres()[2], "Blues/R&B");
     EXPECT_EQ(prefs->genres().back(), "World Music");
     EXPECT_EQ(prefs->fileType(), "prf");
-    ASSERT_NE(prefs->objectForKey("versionHost"), std::nullopt);  // listed, and empty: no version check
-    EXPECT_EQ(prefs->getParam("versionHost"), "");
+    EXPECT_EQ(prefs->getParam("webPort"), "8642");
+    EXPECT_FALSE(prefs->getState("webAllInterfaces"));
+    EXPECT_TRUE(prefs->objectForKey("versionHost").has_value());
     EXPECT_FALSE(std::filesystem::exists(home.file(Preferences::kRelativePath)));  // nothing saved yet
+}
+
+TEST(Preferences, DefaultsLeaveStoredValues) {
+    ScopedHome home;
+    makeFolders(home.file("Library/Preferences"));
+    ASSERT_TRUE(
+        PlistCodec::writeXmlFile(home.file(Preferences::kRelativePath),
+                                 PlistValue(PlistValue::Dictionary{{"webPort", PlistValue("9642")},
+                                                                   {"versionHost", PlistValue("h")}})));
+    auto prefs = Preferences::preferences();
+    EXPECT_EQ(prefs->getParam("webPort"), "9642");
+    EXPECT_EQ(prefs->getParam("versionHost"), "h");
+    EXPECT_EQ(prefs->getParam("webAllInterfaces"), "NO");
 }
 
 TEST(Preferences, StartupKeys) {
