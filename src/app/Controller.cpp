@@ -26,12 +26,18 @@ Controller::Controller(UserInterface& ui, QuestionBoard& questions, Options opti
     // directory keep their folders in the defaults store; the history last.
     activity_ = std::make_unique<ActivityController>(ui_, std::move(options.services),
                                                      std::move(options.freeSpaceQuery));
+    schedules_ = std::make_unique<Schedules>(std::move(options.schedulesPath), activity_->ruleStarter(),
+                                             std::move(options.clock));
     History::history();
+    versionCheck_ = std::make_unique<VersionCheck>(ui_);
     running = this;
 }
 
 Controller::~Controller() {
     if (setupTimer_) MainLoop::main().cancelTimer(*setupTimer_);
+    // The rules go before the list whose connections they hold.
+    versionCheck_.reset();
+    schedules_.reset();
     if (running == this) running = nullptr;
 }
 
@@ -41,6 +47,7 @@ void Controller::start() {
     auto prefs = Preferences::preferences();
     prefs->writeStartupKeys();
     mainWindowFrame_ = prefs->getParam(kWindowKey);
+    if (prefs->getState("checkUpdates")) versionCheck_->checkNewVersion(false);
     setupTimer_ = MainLoop::main().addTimer(kSetupDelay, [this] {
         setupTimer_.reset();
         setupControllers();

@@ -16,7 +16,9 @@
 #include "app/ActivityController.h"
 #include "app/QuestionBoard.h"
 #include "app/StorageFolder.h"
+#include "app/VersionCheck.h"
 #include "platform/MainLoop.h"
+#include "schedule/Schedules.h"
 
 namespace quillon {
 
@@ -27,6 +29,8 @@ public:
     struct Options {
         ConnectionServices services;
         FreeSpace::Query freeSpaceQuery;  // empty: the real volume
+        Schedules::Clock clock;           // empty: the system clock
+        std::string schedulesPath;        // empty: the preference "schedulesPath"
     };
 
     static constexpr double kSetupDelay = 3;
@@ -62,6 +66,8 @@ public:
     void setMainWindowFrame(std::string frame) { mainWindowFrame_ = std::move(frame); }
 
     ActivityController& activity() { return *activity_; }
+    Schedules& schedules() { return *schedules_; }
+    VersionCheck& versionCheck() { return *versionCheck_; }
     UserInterface& userInterface() { return ui_; }
     QuestionBoard& questions() { return questions_; }
 
@@ -69,6 +75,8 @@ private:
     UserInterface& ui_;
     QuestionBoard& questions_;
     std::unique_ptr<ActivityController> activity_;
+    std::unique_ptr<Schedules> schedules_;
+    std::unique_ptr<VersionCheck> versionCheck_;
     std::string mainWindowFrame_;
     std::optional<MainLoop::TimerId> setupTimer_;
 };

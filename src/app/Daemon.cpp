@@ -7,6 +7,8 @@
 #include "app/DaemonUserInterface.h"
 #include "app/EventHub.h"
 #include "app/LoginLinks.h"
+#include "app/ScheduleApi.h"
+#include "app/SettingsApi.h"
 #include "platform/Log.h"
 #include "platform/Resources.h"
 #include "platform/TextUtil.h"
@@ -45,6 +47,8 @@ bool Daemon::start(std::string& failure) {
     server_->setPage(std::string(resource("index.html").value_or("Quillon")));
     addActivityRoutes(*server_, *controller_);
     addApplicationRoutes(*server_, *controller_, *logins_);
+    addScheduleRoutes(*server_, *controller_, *events_);
+    addSettingsRoutes(*server_, *controller_, *events_);
     if (!server_->start(failure)) return false;
     controller_->start();
     Log::info("Quillon serves its API on {}:{}", server.host, server_->port());

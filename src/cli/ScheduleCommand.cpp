@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/ScheduleOperations.h"
+#include "app/ScheduleOperations.h"
 #include "platform/Home.h"
 #include "platform/TextUtil.h"
 #include "schedule/ScheduleRuleForm.h"
@@ -31,40 +31,6 @@ struct ScheduleArgs {
     std::string id;
     bool json = false;
 };
-
-// A saved bookmark's file: a .qlnbk file as given, else a name of the
-// bookmarks folder. Stored as an absolute path, which the rule keeps.
-std::string bookmarkFile(const std::string& argument) {
-    const std::string extension = std::string(".") + Bookmark::kFileExtension;
-    if (argument.empty()) throw UsageError("the bookmark is empty");
-    if (endsWith(argument, extension) && fileExists(argument))
-        return std::filesystem::absolute(argument).lexically_normal().string();
-    if (auto folder = BookmarkFolder::folder()) {
-        std::string name =
-            endsWith(argument, extension) ? argument.substr(0, argument.size() - extension.size()) : argument;
-        if (name.find("..") == std::string::npos && !std::filesystem::path(name).is_absolute()) {
-            if (auto file = BookmarkFolder::fileForName(*folder, name)) return *file;
-        }
-    }
-    throw UsageError("no bookmark named \"" + printable(argument) +
-                     "\" (a name as `quillon bookmark list` "
-                     "shows it, or a .qlnbk file)");
-}
-
-std::set<int> parseDays(const std::string& text) {
-    std::set<int> days;
-    std::size_t at = 0;
-    while (at <= text.size() && !text.empty()) {
-        std::size_t end = std::min(text.find(',', at), text.size());
-        std::string word = text.substr(at, end - at);
-        auto day = ScheduleRuleForm::weekdayFromName(word);
-        if (!day)
-            throw UsageError("not a day of the week: '" + printable(word) + "' (expected mon, tue, ...)");
-        days.insert(*day);
-        at = end + 1;
-    }
-    return days;
-}
 
 std::unique_ptr<Schedules> openSchedules() {
     // The command line opens no connections and runs no tick.
@@ -91,7 +57,8 @@ std::string ruleLine(const nlohmann::json& j) {
 
 int report(const ScheduleOperations::Result& result, bool json, const char* verb) {
     using Status = ScheduleOperations::Result::Status;
-    if (result.status == Status::BadInput) throw UsageError(result.error);
+    if (result.status == Status::BadInput || result.status == Status::NotFound)
+        throw UsageError(result.error);
     if (result.status == Status::Failed) {
         std::fprintf(stderr, "quillon: %s\n", result.error.c_str());
         return 1;
@@ -105,11 +72,11 @@ int report(const ScheduleOperations::Result& result, bool json, const char* verb
 
 int runAdd(const ScheduleArgs& args) {
     ScheduleRuleForm form;
-    form.bookmark = bookmarkFile(args.bookmark);
+    form.bookmark = ScheduleOperations::bookmarkFile(args.bookmark);
     form.name = args.name;
     form.kind = args.from.empty() && args.to.empty() ? ScheduleRuleForm::Kind::Weekly
                                                      : ScheduleRuleForm::Kind::OneOff;
-    form.days = parseDays(args.days);
+    form.days = ScheduleOperations::parseDays(args.days);
     form.at = args.at;
     form.runFor = args.runFor;
     form.from = args.from;

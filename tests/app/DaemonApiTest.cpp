@@ -96,6 +96,20 @@ TEST_F(DaemonApiTest, EveryCallAnswersOrRefusesWithOneLine) {
         {"DELETE", "/api/activity/999", "", 404},
         {"POST", "/api/activity/clear", "{}", 200},
         {"GET", "/api/no-such-thing", "", 404},
+        {"GET", "/api/prefs", "", 200},
+        {"PUT", "/api/prefs", R"({"reconnect":true,"chunkSize":"0"})", 200},
+        {"PUT", "/api/prefs", R"({"split":true,"relayPort":"99999"})", 400},
+        {"PUT", "/api/prefs", R"({"noSuchSetting":"x"})", 400},
+        {"PUT", "/api/prefs", R"({"log":{"a":1}})", 400},
+        {"GET", "/api/version", "", 200},
+        {"POST", "/api/version/check", "{}", 409},
+        {"GET", "/api/schedules", "", 200},
+        {"GET", "/api/schedules/upcoming", "", 200},
+        {"POST", "/api/schedules", R"({"bookmark":"Nobody","days":["mon"],"at":"21:00","runFor":"1:30"})",
+         400},
+        {"PUT", "/api/schedules/12345", R"({"at":"20:00"})", 404},
+        {"POST", "/api/schedules/12345/enable", "{}", 404},
+        {"DELETE", "/api/schedules/12345", "", 404},
     };
     for (const Row& row : rows) {
         auto r = call(row.method, row.path, row.body);
@@ -111,6 +125,52 @@ TEST_F(DaemonApiTest, EveryCallAnswersOrRefusesWithOneLine) {
     EXPECT_EQ(json(call("GET", "/api/window"))["MainWinPos"], "{{10, 20}, {800, 600}}");
     // A call that was refused changed nothing.
     EXPECT_EQ(json(call("GET", "/api/activity"))["rows"].size(), 0u);
+    auto prefs = json(call("GET", "/api/prefs"));
+    EXPECT_EQ(prefs["reconnect"], "YES");
+    EXPECT_NE(prefs.value("split", ""), "YES");
+}
+
+TEST_F(DaemonApiTest, SchedulesAreMadeChangedAndRemoved) {
+    std::string file = bookmarkFor(1, "Night Jazz")->filePath();
+    std::string weekly =
+        R"({"bookmark":")" + file + R"(","days":["mon","fri"],"at":"21:00","runFor":"1:30"})";
+    auto made = call("POST", "/api/schedules", weekly);
+    ASSERT_EQ(made->status, 201) << made->body;
+    std::string id = std::to_string(json(made)["id"].get<std::uint32_t>());
+    struct Row {
+        const char* method;
+        std::string path;
+        std::string body;
+        int status;
+    };
+    const Row rows[] = {
+        {"POST", "/api/schedules",
+         R"({"bookmark":")" + file + R"(","days":"mon","at":"21:00","runFor":"1:30"})", 400},
+        {"POST", "/api/schedules",
+         R"({"bookmark":")" + file + R"(","days":["funday"],"at":"21:00","runFor":"1:30"})", 400},
+        {"POST", "/api/schedules",
+         R"({"bookmark":")" + file + R"(","from":"2001-01-01 10:00","to":"2001-01-01 11:00"})", 400},
+        {"PUT", "/api/schedules/" + id, R"({"at":"25:00"})", 400},
+        {"PUT", "/api/schedules/" + id, R"({"at":"20:15","colour":"red"})", 400},
+        {"PUT", "/api/schedules/" + id, R"({"at":"20:15"})", 200},
+        {"POST", "/api/schedules/" + id + "/disable", "{}", 200},
+    };
+    for (const Row& row : rows) {
+        auto r = call(row.method, row.path, row.body);
+        EXPECT_EQ(r->status, row.status)
+            << row.method << " " << row.path << " " << row.body << " -> " << r->body;
+    }
+    auto rules = json(call("GET", "/api/schedules"))["rules"];
+    ASSERT_EQ(rules.size(), 1u);
+    EXPECT_EQ(rules[0]["at"], "20:15");
+    EXPECT_EQ(rules[0]["runFor"], "1:30");
+    EXPECT_EQ(rules[0]["active"], false);
+    EXPECT_EQ(json(call("GET", "/api/schedules/upcoming"))["actions"].size(), 0u);  // disabled
+    call("POST", "/api/schedules/" + id + "/enable", "{}");
+    EXPECT_EQ(json(call("GET", "/api/schedules/upcoming"))["actions"].size(),
+              8u);  // two days over four weeks
+    EXPECT_EQ(call("DELETE", "/api/schedules/" + id)->status, 200);
+    EXPECT_EQ(json(call("GET", "/api/schedules"))["rules"].size(), 0u);
 }
 
 TEST_F(DaemonApiTest, CallsWithoutTheTokenOrFromElsewhereAreRefused) {

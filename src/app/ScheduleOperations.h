@@ -17,20 +17,22 @@
 #include <cstdint>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <string>
+
+#include "schedule/ScheduleRuleForm.h"
 
 namespace quillon {
 
 class AbstractRule;
 class Schedules;
-struct ScheduleRuleForm;
 
 class ScheduleOperations {
 public:
     using Date = std::chrono::system_clock::time_point;
 
     struct Result {
-        enum class Status { Done = 0, Failed = 1, BadInput = 2 };
+        enum class Status { Done, Failed, BadInput, NotFound };
         Status status = Status::Done;
         std::string error;     // one line, when not done
         nlohmann::json value;  // the rule or list, when done
@@ -41,12 +43,23 @@ public:
     // `id` as typed; the value is the rule as it was (rm) or is now.
     static Result remove(Schedules& schedules, const std::string& id);
     static Result setActive(Schedules& schedules, const std::string& id, bool active);
+    // Changes the given rule fields; the value is the rule as it is now.
+    static Result update(Schedules& schedules, const std::string& id, const nlohmann::json& changes,
+                         Date now);
     // Every rule, in the list's order.
     static nlohmann::json list(const Schedules& schedules);
     // The upcoming starts, earliest first.
     static nlohmann::json upcoming(Schedules& schedules);
 
     static nlohmann::json ruleRecord(const AbstractRule& rule);
+    // A saved bookmark's file: a .qlnbk file as given, else a name of the
+    // bookmarks folder, as an absolute path. Throws BadInput.
+    static std::string bookmarkFile(const std::string& argument);
+    // "mon,wed" as weekday numbers (0 = Sunday). Throws BadInput.
+    static std::set<int> parseDays(const std::string& text);
+    // A rule form from the API's JSON (the rule fields above, without id,
+    // type and running). Throws BadInput for unknown fields and wrong types.
+    static ScheduleRuleForm formFromJson(const nlohmann::json& body);
     // A rule identifier as typed: a whole number from 1 to 4294967295.
     static std::optional<std::uint32_t> parseId(const std::string& text);
 };
