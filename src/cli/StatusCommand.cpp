@@ -40,10 +40,14 @@ int watch(const DaemonClient& daemon, bool json) {
     // Ctrl-C only sets the flag; the event reader looks at it at each event and
     // at least once a second, so the command ends within a second.
     InterruptWatcher interrupts([] {});
+    std::string shown;
     auto draw = [&] {
         auto text = activityText(daemon, json);
         if (!text) return false;
-        // On a terminal the list replaces the one before; elsewhere each one follows.
+        // On a terminal the list replaces the one before; elsewhere each
+        // changed one follows, so a log of it holds changes only.
+        if (!terminal && *text == shown) return true;
+        shown = *text;
         std::fputs(terminal ? "\x1b[H\x1b[2J" : "\n", stdout);
         std::fputs(text->c_str(), stdout);
         std::fflush(stdout);
