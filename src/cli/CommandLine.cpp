@@ -8,11 +8,15 @@
 #include "cli/Command.h"
 #include "cli/DemoCommand.h"
 #include "cli/HistoryCommand.h"
+#include "cli/OpenCommand.h"
 #include "cli/PrefsCommand.h"
 #include "cli/RecordCommand.h"
 #include "cli/ScheduleCommand.h"
 #include "cli/ServeCommand.h"
 #include "cli/StationCommand.h"
+#include "cli/StatusCommand.h"
+#include "cli/StopCommand.h"
+#include "cli/UiCommand.h"
 #include "platform/Log.h"
 
 namespace quillon {
@@ -33,6 +37,10 @@ int runCommandLine(int argc, char** argv) {
     addHistoryCommand(app, runner);
     addScheduleCommand(app, runner);
     addServeCommand(app, runner);
+    addStatusCommand(app, runner);
+    addStopCommand(app, runner);
+    addOpenCommand(app, runner);
+    addUiCommand(app, runner);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {

@@ -4,7 +4,10 @@
 #include <memory>
 #include <vector>
 
+#include <filesystem>
+
 #include "app/LocationBookmark.h"
+#include "cli/DaemonCalls.h"
 #include "cli/RecordSession.h"
 #include "platform/TextUtil.h"
 #include "store/Bookmark.h"
@@ -37,18 +40,7 @@ std::optional<double> parseDuration(std::string_view text) {
     return value;
 }
 
-namespace {
-
-struct RecordArgs {
-    std::vector<std::string> locations;
-    std::string duration;
-    std::string folder;
-    bool relayOnly = false;
-    bool listen = false;
-    bool quiet = false;
-};
-
-int runRecord(const RecordArgs& args) {
+int recordInForeground(const RecordArgs& args) {
     RecordOptions options;
     if (!args.duration.empty()) {
         options.seconds = parseDuration(args.duration);
@@ -80,6 +72,54 @@ int runRecord(const RecordArgs& args) {
     return session.run(bookmarks);
 }
 
+namespace {
+
+// The start call for one argument: a URL as such, a file by its absolute path
+// (the daemon runs in a folder of its own), anything else as a bookmark's name.
+nlohmann::json startBody(const std::string& location, const RecordArgs& args) {
+    nlohmann::json body = {{"relayOnly", args.relayOnly}, {"listen", args.listen}};
+    std::error_code error;
+    if (location.find("://") != std::string::npos)
+        body["url"] = location;
+    else if (std::filesystem::exists(location, error))
+        body["bookmark"] = std::filesystem::absolute(location, error).lexically_normal().string();
+    else
+        body["bookmark"] = location;
+    return body;
+}
+
+int recordOnDaemon(const DaemonClient& daemon, const RecordArgs& args) {
+    for (const auto& location : args.locations) {
+        DaemonClient::Reply reply = daemon.request("POST", "/api/activity", startBody(location, args));
+        if (!reply.ok()) {
+            std::fprintf(stderr, "quillon: %s: %s\n", printable(location).c_str(), reply.error.c_str());
+            // Refused input reads as bad input, as in the foreground.
+            return reply.status == 400 || reply.status == 404 ? 2 : 1;
+        }
+        std::printf("%s\n", rowSummary("Started", reply.body).c_str());
+        std::fflush(stdout);
+    }
+    return 0;
+}
+
+int runRecord(const RecordArgs& args) {
+    if (args.foreground) return recordInForeground(args);
+    const bool foregroundOnly = !args.duration.empty() || !args.folder.empty() || args.quiet;
+    DaemonLookup found = DaemonClient::find();
+    if (!found.client && found.problem.empty()) return recordInForeground(args);
+    if (foregroundOnly) {
+        std::fprintf(stderr,
+                     "quillon: --for, --to and -q belong to a recording in the foreground: recording here, "
+                     "not in the running daemon\n");
+        return recordInForeground(args);
+    }
+    if (!found.client) {
+        std::fprintf(stderr, "quillon: %s\n", found.problem.c_str());
+        return 1;
+    }
+    return recordOnDaemon(*found.client, args);
+}
+
 }  // namespace
 
 void addRecordCommand(CLI::App& app, CommandRunner& runner) {
@@ -97,8 +137,13 @@ void addRecordCommand(CLI::App& app, CommandRunner& runner) {
     cmd->add_option("--to", args->folder,
                     "Recordings folder for this run (default: the configured one, else ~/Music)");
     cmd->add_flag("-q,--quiet", args->quiet, "No live status line");
+    cmd->add_flag("--foreground", args->foreground,
+                  "Record in this process even when quillon serve runs (implied by --for, --to and -q)");
     cmd->footer(
-        "Shows one status line per connection and each connection's relay address. Stops on Ctrl-C,\n"
+        "While quillon serve runs, the connections start in the daemon instead: one line per started\n"
+        "connection, then exit 0 (see them with quillon status, stop them with quillon stop).\n"
+        "In the foreground, shows one status line per connection and each connection's relay address. Stops "
+        "on Ctrl-C,\n"
         "SIGTERM, after --for, or when every connection has stopped for good; everything received up\n"
         "to then is written to the files. Then says why each connection ended. Exits 0 when every\n"
         "connection ended by a stop, --for or the end of its stream; 1 when one could not be reached,\n"

@@ -31,6 +31,9 @@ int runServe(std::optional<int> port) {
     std::printf("  Web page: %s  (open it with: quillon ui)\n", daemon.pageUrl().c_str());
     std::printf("  API:      %sapi/  (token in %s)\n", daemon.pageUrl().c_str(), ApiToken::path().c_str());
     std::printf("Stop it with Ctrl-C.\n");
+    // Whoever started the daemon learns from these lines that it answers; a
+    // pipe would otherwise hold them until the daemon ends.
+    std::fflush(stdout);
     InterruptWatcher interrupts([&loop] { loop.stop(); });
     loop.run();
     Log::info("Quillon stops");
