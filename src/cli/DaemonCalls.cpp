@@ -53,4 +53,16 @@ std::string rowSummary(const char* verb, const nlohmann::json& row) {
     return std::string(verb) + " " + std::to_string(number(row, "id")) + ": " + text(row, "connName");
 }
 
+bool findDaemonForChanges(std::optional<DaemonClient>& daemon) {
+    DaemonLookup found = DaemonClient::find();
+    if (!found.problem.empty()) {
+        // Writing the files behind a daemon's back would lose the change at its
+        // next save: say so instead.
+        std::fprintf(stderr, "quillon: %s\n", found.problem.c_str());
+        return false;
+    }
+    daemon = std::move(found.client);
+    return true;
+}
+
 }  // namespace quillon

@@ -20,6 +20,11 @@ inline constexpr const char* kNoDaemonMessage = "no daemon is running (start it 
 // or what stands in the way of reaching it).
 std::optional<DaemonClient> requireDaemon();
 
+// For commands that work on the files when no daemon runs: the daemon's
+// client when one runs (it owns the files then); nothing when none runs. False,
+// after printing why, when something is in the way of telling.
+bool findDaemonForChanges(std::optional<DaemonClient>& daemon);
+
 // "ID  NAME  STATUS  RECEIVED  RELAY" for `status`, and the header above them.
 std::string rowColumns(const nlohmann::json& row);
 std::string rowColumnsHeader();

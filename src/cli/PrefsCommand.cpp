@@ -5,6 +5,8 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "cli/DaemonCalls.h"
+#include "cli/DaemonClient.h"
 #include "platform/TextUtil.h"
 #include "store/PreferenceRules.h"
 #include "store/Preferences.h"
@@ -110,8 +112,28 @@ PlistValue genreList(const std::string& text) {
 
 int runSet(const PrefsArgs& args) {
     if (args.key.empty()) throw UsageError("the key is empty");
-    auto prefs = Preferences::preferences();
     PlistValue value = args.key == Preferences::kGenresKey ? genreList(args.value) : PlistValue(args.value);
+    std::optional<DaemonClient> daemon;
+    if (!findDaemonForChanges(daemon)) return 1;
+    if (daemon) {
+        // The daemon holds the settings and saves them: the change goes there.
+        nlohmann::json given = args.value;
+        if (const auto* genres = value.asArray()) {
+            given = nlohmann::json::array();
+            for (const auto& g : *genres) given.push_back(*g.asString());
+        }
+        auto reply = daemon->request("PUT", "/api/prefs", {{args.key, given}});
+        if (reply.status == 400) throw UsageError(reply.error);
+        if (!reply.ok()) {
+            std::fprintf(stderr, "quillon: %s\n", reply.error.c_str());
+            return 1;
+        }
+        const nlohmann::json& now = reply.body[args.key];
+        std::printf("%s = %s\n", printable(args.key).c_str(),
+                    printable(now.is_string() ? now.get<std::string>() : now.dump()).c_str());
+        return 0;
+    }
+    auto prefs = Preferences::preferences();
     auto applied =
         PreferenceRules::apply(*prefs, {{args.key, std::move(value)}}, PreferenceRules::UnknownKeys::store);
     if (!applied.ok()) throw UsageError(applied.reason);

@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "app/ScheduleOperations.h"
+#include "cli/DaemonCalls.h"
+#include "cli/DaemonClient.h"
 #include "platform/Home.h"
 #include "platform/TextUtil.h"
 #include "schedule/ScheduleRuleForm.h"
@@ -70,6 +72,53 @@ int report(const ScheduleOperations::Result& result, bool json, const char* verb
     return 0;
 }
 
+// A call to the running daemon, as the operation's result.
+ScheduleOperations::Result viaDaemon(const DaemonClient& daemon, std::string_view method,
+                                     const std::string& path, const nlohmann::json& body = nullptr) {
+    using Status = ScheduleOperations::Result::Status;
+    auto reply = daemon.request(method, path, body);
+    ScheduleOperations::Result r;
+    if (reply.ok()) {
+        r.value = reply.body;
+        return r;
+    }
+    r.status = reply.status == 400   ? Status::BadInput
+               : reply.status == 404 ? Status::NotFound
+                                     : Status::Failed;
+    r.error = reply.error;
+    return r;
+}
+
+nlohmann::json formJson(const ScheduleRuleForm& form) {
+    nlohmann::json j = {{"bookmark", form.bookmark}, {"relayOnly", form.relayOnly}, {"listen", form.listen}};
+    if (!form.name.empty()) j["name"] = form.name;
+    if (form.kind == ScheduleRuleForm::Kind::Weekly) {
+        j["days"] = nlohmann::json::array();
+        for (int day : form.days) j["days"].push_back(ScheduleRuleForm::weekdayName(day));
+        j["at"] = form.at;
+        j["runFor"] = form.runFor;
+    } else {
+        j["from"] = form.from;
+        j["to"] = form.to;
+    }
+    return j;
+}
+
+// The rules or upcoming starts: from the daemon when it runs.
+std::optional<nlohmann::json> listed(const char* path, const char* field, bool upcoming) {
+    std::optional<DaemonClient> daemon;
+    if (!findDaemonForChanges(daemon)) return std::nullopt;
+    if (!daemon)
+        return upcoming ? ScheduleOperations::upcoming(*openSchedules())
+                        : ScheduleOperations::list(*openSchedules());
+    auto reply = daemon->request("GET", path);
+    if (!reply.ok()) {
+        std::fprintf(stderr, "quillon: %s\n", reply.error.c_str());
+        return std::nullopt;
+    }
+    return reply.body[field];
+}
+
 int runAdd(const ScheduleArgs& args) {
     ScheduleRuleForm form;
     form.bookmark = ScheduleOperations::bookmarkFile(args.bookmark);
@@ -85,13 +134,19 @@ int runAdd(const ScheduleArgs& args) {
     form.listen = args.listen;
     // Checked before the file is read, so that bad input leaves it alone.
     if (auto fault = form.validate()) throw UsageError(*fault);
+    std::optional<DaemonClient> daemon;
+    if (!findDaemonForChanges(daemon)) return 1;
+    if (daemon)
+        return report(viaDaemon(*daemon, "POST", "/api/schedules", formJson(form)), args.json, "Added");
     auto schedules = openSchedules();
     return report(ScheduleOperations::add(*schedules, form, std::chrono::system_clock::now()), args.json,
                   "Added");
 }
 
 int runList(const ScheduleArgs& args) {
-    auto list = ScheduleOperations::list(*openSchedules());
+    auto found = listed("/api/schedules", "rules", false);
+    if (!found) return 1;
+    const nlohmann::json& list = *found;
     if (args.json) {
         std::printf("%s\n", list.dump(2).c_str());
         return 0;
@@ -101,7 +156,9 @@ int runList(const ScheduleArgs& args) {
 }
 
 int runUpcoming(const ScheduleArgs& args) {
-    auto list = ScheduleOperations::upcoming(*openSchedules());
+    auto found = listed("/api/schedules/upcoming", "actions", true);
+    if (!found) return 1;
+    const nlohmann::json& list = *found;
     if (args.json) {
         std::printf("%s\n", list.dump(2).c_str());
         return 0;
@@ -117,8 +174,18 @@ int runUpcoming(const ScheduleArgs& args) {
 int runChange(const ScheduleArgs& args, const char* what) {
     if (!ScheduleOperations::parseId(args.id))
         throw UsageError("not a rule id: '" + printable(args.id) + "'");
-    auto schedules = openSchedules();
     const std::string verb = what;
+    std::optional<DaemonClient> daemon;
+    if (!findDaemonForChanges(daemon)) return 1;
+    if (daemon) {
+        const std::string path = "/api/schedules/" + args.id;
+        if (verb == "rm") return report(viaDaemon(*daemon, "DELETE", path), args.json, "Removed");
+        bool on = verb == "enable";
+        return report(
+            viaDaemon(*daemon, "POST", path + (on ? "/enable" : "/disable"), nlohmann::json::object()),
+            args.json, on ? "Enabled" : "Disabled");
+    }
+    auto schedules = openSchedules();
     if (verb == "rm") return report(ScheduleOperations::remove(*schedules, args.id), args.json, "Removed");
     bool on = verb == "enable";
     return report(ScheduleOperations::setActive(*schedules, args.id, on), args.json,
