@@ -4,6 +4,8 @@
 // connection from both ends.
 #include <gtest/gtest.h>
 
+#include "support/Dates.h"
+
 #include "ScheduleTestSupport.h"
 #include "platform/Log.h"
 #include "schedule/PendingAction.h"
@@ -19,14 +21,7 @@ using std::chrono::milliseconds;
 constexpr int kSunday = 0, kMonday = 1;
 
 Date utc(int year, int month, int day, int hour, int minute, int second) {
-    std::tm t{};
-    t.tm_year = year - 1900;
-    t.tm_mon = month - 1;
-    t.tm_mday = day;
-    t.tm_hour = hour;
-    t.tm_min = minute;
-    t.tm_sec = second;
-    return std::chrono::system_clock::from_time_t(timegm(&t));
+    return test::utcDate(year, month, day, hour, minute, second);
 }
 
 class AbstractRuleTest : public test::ScheduleFixture {
