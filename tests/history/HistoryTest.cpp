@@ -353,6 +353,7 @@ TEST_F(HistoryTest, PythonReadsADayFile) {
     history.addObjectToHistory(makeItem("Björk - Jóga", "Radio <Ísland> & co",
                                         localDate(2008, 7, 5, 18, 3, 9), true, false, "/m/J.mp3"));
     history.addObjectToHistory(makeItem("Second", "R", localDate(2008, 7, 5, 19), false, true));
+    ASSERT_TRUE(history.flush());  // the writer thread writes the day file
     const char* script = R"(
 import plistlib, sys, datetime
 with open(sys.argv[1], 'rb') as f:
