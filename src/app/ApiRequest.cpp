@@ -92,4 +92,18 @@ std::optional<std::vector<std::string>> ApiRequest::optionalStrings(const char* 
 
 nlohmann::json errorBody(const std::string& reason) { return nlohmann::json{{"error", reason}}; }
 
+ApiReply replyFor(const OperationResult& result, int doneStatus) {
+    switch (result.status) {
+        case OperationResult::Status::BadInput:
+            throw ApiError(400, result.error);
+        case OperationResult::Status::NotFound:
+            throw ApiError(404, result.error);
+        case OperationResult::Status::Failed:
+            throw ApiError(500, result.error);
+        case OperationResult::Status::Done:
+            break;
+    }
+    return {doneStatus, result.value};
+}
+
 }  // namespace quillon

@@ -16,6 +16,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "app/OperationResult.h"
+
 namespace quillon {
 
 class ApiError : public std::runtime_error {
@@ -67,5 +69,9 @@ private:
 
 // The error body every failing call answers with.
 nlohmann::json errorBody(const std::string& reason);
+
+// A shared operation's outcome as an answer: its value with `doneStatus`, or
+// the ApiError its failure maps to (400, 404, 500).
+ApiReply replyFor(const OperationResult& result, int doneStatus = 200);
 
 }  // namespace quillon

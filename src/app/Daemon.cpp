@@ -6,9 +6,11 @@
 #include "app/ApplicationApi.h"
 #include "app/DaemonUserInterface.h"
 #include "app/EventHub.h"
+#include "app/HistoryApi.h"
 #include "app/LoginLinks.h"
 #include "app/ScheduleApi.h"
 #include "app/SettingsApi.h"
+#include "history/History.h"
 #include "platform/Log.h"
 #include "platform/Resources.h"
 #include "platform/TextUtil.h"
@@ -48,6 +50,10 @@ bool Daemon::start(std::string& failure) {
     addActivityRoutes(*server_, *controller_);
     addApplicationRoutes(*server_, *controller_, *logins_);
     addScheduleRoutes(*server_, *controller_, *events_);
+    history_ = History::history();
+    addHistoryRoutes(*server_, *history_, *events_);
+    // Tracks the recordings add; the event hub outlives the handler (stop()).
+    history_->setRefreshHandler([events = events_.get()] { events->publish({{"type", "history"}}); });
     addSettingsRoutes(*server_, *controller_, *events_);
     if (!server_->start(failure)) return false;
     controller_->start();
@@ -59,6 +65,7 @@ void Daemon::stop() {
     if (stopped_ || !controller_) return;
     stopped_ = true;
     if (server_) server_->stop();
+    if (history_) history_->setRefreshHandler({});
     controller_->quit();
     ui_->setActivity(nullptr);
 }

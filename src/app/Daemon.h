@@ -17,6 +17,7 @@ namespace quillon {
 class ApiServer;
 class DaemonUserInterface;
 class EventHub;
+class History;
 class LoginLinks;
 
 class Daemon {
@@ -51,6 +52,7 @@ private:
     std::unique_ptr<QuestionBoard> questions_;
     std::unique_ptr<DaemonUserInterface> ui_;
     std::unique_ptr<Controller> controller_;
+    std::shared_ptr<History> history_;  // the routes hold it by reference
     std::unique_ptr<ApiServer> server_;
     bool stopped_ = false;
 };

@@ -11,19 +11,9 @@ namespace quillon {
 namespace {
 
 ApiReply answer(const ScheduleOperations::Result& r, EventHub& events, int done = 200) {
-    using Status = ScheduleOperations::Result::Status;
-    switch (r.status) {
-        case Status::BadInput:
-            throw ApiError(400, r.error);
-        case Status::NotFound:
-            throw ApiError(404, r.error);
-        case Status::Failed:
-            throw ApiError(500, r.error);
-        case Status::Done:
-            break;
-    }
+    ApiReply reply = replyFor(r, done);
     events.publish({{"type", "schedules"}});
-    return {done, r.value};
+    return reply;
 }
 
 ScheduleOperations::Date now() { return std::chrono::system_clock::now(); }

@@ -20,19 +20,12 @@ namespace {
 
 using Result = ScheduleOperations::Result;
 
-Result failure(Result::Status status, std::string error) {
-    Result r;
-    r.status = status;
-    r.error = std::move(error);
-    return r;
-}
+constexpr auto failure = &OperationResult::failure;
 
 Result saved(Schedules::Outcome outcome, const Schedules& schedules, nlohmann::json value) {
     if (outcome == Schedules::Outcome::NotSaved)
         return failure(Result::Status::Failed, "cannot write the schedules file " + schedules.path());
-    Result r;
-    r.value = std::move(value);
-    return r;
+    return Result::done(std::move(value));
 }
 
 }  // namespace

@@ -20,6 +20,7 @@
 #include <set>
 #include <string>
 
+#include "app/OperationResult.h"
 #include "schedule/ScheduleRuleForm.h"
 
 namespace quillon {
@@ -31,12 +32,7 @@ class ScheduleOperations {
 public:
     using Date = std::chrono::system_clock::time_point;
 
-    struct Result {
-        enum class Status { Done, Failed, BadInput, NotFound };
-        Status status = Status::Done;
-        std::string error;     // one line, when not done
-        nlohmann::json value;  // the rule or list, when done
-    };
+    using Result = OperationResult;  // the value: the rule or list
 
     // Validates the form and adds a new rule; the value is the rule.
     static Result add(Schedules& schedules, const ScheduleRuleForm& form, Date now);

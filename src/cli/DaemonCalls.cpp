@@ -53,6 +53,15 @@ std::string rowSummary(const char* verb, const nlohmann::json& row) {
     return std::string(verb) + " " + std::to_string(number(row, "id")) + ": " + text(row, "connName");
 }
 
+OperationResult resultOf(const DaemonClient::Reply& reply) {
+    if (reply.ok()) return OperationResult::done(reply.body);
+    using Status = OperationResult::Status;
+    return OperationResult::failure(reply.status == 400   ? Status::BadInput
+                                    : reply.status == 404 ? Status::NotFound
+                                                          : Status::Failed,
+                                    reply.error);
+}
+
 bool findDaemonForChanges(std::optional<DaemonClient>& daemon) {
     DaemonLookup found = DaemonClient::find();
     if (!found.problem.empty()) {

@@ -10,6 +10,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "app/OperationResult.h"
 #include "cli/DaemonClient.h"
 
 namespace quillon {
@@ -24,6 +25,10 @@ std::optional<DaemonClient> requireDaemon();
 // client when one runs (it owns the files then); nothing when none runs. False,
 // after printing why, when something is in the way of telling.
 bool findDaemonForChanges(std::optional<DaemonClient>& daemon);
+
+// A daemon call's reply as the operation's result: 400 is bad input, 404 not
+// found, anything else that failed a failure.
+OperationResult resultOf(const DaemonClient::Reply& reply);
 
 // "ID  NAME  STATUS  RECEIVED  RELAY" for `status`, and the header above them.
 std::string rowColumns(const nlohmann::json& row);

@@ -9,10 +9,12 @@
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <set>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "app/HistoryOperations.h"
+#include "cli/DaemonCalls.h"
 #include "history/History.h"
 #include "history/HistoryDatabase.h"
 #include "history/HistoryItem.h"
@@ -29,169 +31,100 @@ struct HistoryArgs {
     bool yes = false;
 };
 
-// A day key as typed ("2008_07_05", also "2008_7_5"), in its stored form.
-std::string checkedDay(const std::string& text) {
-    auto date = HistoryDatabase::dateFromKey(text);
-    // A day that the calendar would roll over (2020_13_45) is no day either:
-    // its key, read back, names another day.
-    auto numbers = [](const std::string& key) {
-        std::vector<int> out;
-        for (std::size_t at = 0; at <= key.size();) {
-            std::size_t end = std::min(key.find('_', at), key.size());
-            out.push_back(intValue(std::string_view(key).substr(at, end - at)));
-            at = end + 1;
-        }
-        return out;
-    };
-    if (!date || numbers(HistoryDatabase::keyFromDate(*date)) != numbers(text))
-        throw UsageError("not a day: '" + printable(text) + "' (expected YYYY_MM_DD)");
-    return HistoryDatabase::keyFromDate(*date);
-}
-
-std::string statusText(const HistoryItem& item) {
-    if (item.skipped()) return "skipped";
-    return item.complete() ? "complete" : "incomplete";
-}
-
-nlohmann::json itemRecord(const HistoryItem& item, std::size_t number) {
-    nlohmann::json j;
-    j["number"] = number;
-    j["trackname"] = item.trackName();
-    j["radioname"] = item.radioName();
-    j["tracknum"] = item.tracknum();
-    j["date"] = item.date();
-    j["time"] = item.time();
-    j["complete"] = item.complete();
-    j["skipped"] = item.skipped();
-    j["path"] = item.path();
-    return j;
+std::string statusText(const nlohmann::json& track) {
+    if (track.value("skipped", false)) return "skipped";
+    return track.value("complete", false) ? "complete" : "incomplete";
 }
 
 // Titles and station names come from the stream as they were sent: printed,
 // their control characters are shown as U+FFFD (the stored text stays as is).
-void printItem(const HistoryItem& item, std::size_t number) {
-    std::printf("%zu\t%s\t%s\t%s\t%s\t%s\n", number, item.time().c_str(), statusText(item).c_str(),
-                printable(item.trackName()).c_str(), printable(item.radioName()).c_str(),
-                printable(item.path()).c_str());
+void printTrack(const nlohmann::json& t) {
+    std::printf("%zu\t%s\t%s\t%s\t%s\t%s\n", t.value("number", std::size_t{0}),
+                t.value("time", std::string()).c_str(), statusText(t).c_str(),
+                printable(t.value("trackname", std::string())).c_str(),
+                printable(t.value("radioname", std::string())).c_str(),
+                printable(t.value("path", std::string())).c_str());
 }
 
-nlohmann::json dayRecord(const std::string& key, const HistoryDatabase& day) {
-    nlohmann::json j;
-    j["day"] = key;
-    j["title"] = day.title();
-    j["items"] = day.count();
-    j["complete"] = day.numberOfTracks();  // complete and not skipped
-    return j;
-}
-
-// The number (from 1) of the item in its day as listed; 0 when not found.
-std::size_t numberInDay(const History& history, const std::string& key, const HistoryItem* item) {
-    auto day = history.databaseForKey(key);
-    if (!day) return 0;
-    auto items = day->logItems();
-    auto found = std::find_if(items.begin(), items.end(), [&](const auto& i) { return i.get() == item; });
-    return found == items.end() ? 0 : static_cast<std::size_t>(found - items.begin()) + 1;
+// An operation's failure as the command's: bad input exits 2, a missing
+// day or track and a failed write 1, after saying why.
+int failed(const OperationResult& result) {
+    if (result.status == OperationResult::Status::BadInput) throw UsageError(result.error);
+    std::fprintf(stderr, "quillon: %s\n", result.error.c_str());
+    return 1;
 }
 
 int runList(const HistoryArgs& args) {
     auto history = History::history();
     if (!args.day.empty()) {
-        std::string key = checkedDay(args.day);
-        auto day = history->databaseForKey(key);
-        if (!day) {
-            std::fprintf(stderr, "quillon: the history has no day %s\n", key.c_str());
-            return 1;
-        }
-        auto items = day->logItems();
+        auto result = HistoryOperations::day(*history, HistoryOperations::checkedDay(args.day));
+        if (!result.ok()) return failed(result);
         if (args.json) {
-            nlohmann::json j = dayRecord(key, *day);
-            j["tracks"] = nlohmann::json::array();
-            for (std::size_t i = 0; i < items.size(); ++i)
-                j["tracks"].push_back(itemRecord(*items[i], i + 1));
-            std::printf("%s\n", j.dump(2).c_str());
+            std::printf("%s\n", result.value.dump(2).c_str());
             return 0;
         }
-        std::printf("%s\n", day->title().c_str());
-        for (std::size_t i = 0; i < items.size(); ++i) printItem(*items[i], i + 1);
+        std::printf("%s\n", result.value["title"].get<std::string>().c_str());
+        for (const auto& track : result.value["tracks"]) printTrack(track);
         return 0;
     }
-    nlohmann::json list = nlohmann::json::array();
-    for (const std::string& key : history->dateKeys()) {
-        auto day = history->databaseForKey(key);
-        if (!day) continue;
-        if (args.json) {
-            list.push_back(dayRecord(key, *day));
-        } else {
-            std::printf("%s\t%s\t%zu items, %d complete\n", key.c_str(), day->title().c_str(), day->count(),
-                        day->numberOfTracks());
-        }
+    nlohmann::json days = HistoryOperations::days(*history);
+    if (args.json) {
+        std::printf("%s\n", days.dump(2).c_str());
+        return 0;
     }
-    if (args.json) std::printf("%s\n", list.dump(2).c_str());
+    for (const auto& day : days) {
+        std::printf("%s\t%s\t%zu items, %d complete\n", day["day"].get<std::string>().c_str(),
+                    day["title"].get<std::string>().c_str(), day["items"].get<std::size_t>(),
+                    day["complete"].get<int>());
+    }
     return 0;
 }
 
 int runSearch(const HistoryArgs& args) {
-    std::string keyword;
-    for (const std::string& word : args.words) {
-        if (!keyword.empty()) keyword += ' ';
-        keyword += word;
+    std::string words;
+    for (const std::string& word : args.words) words += (words.empty() ? "" : " ") + word;
+    if (words.empty()) throw UsageError("give the words to search for");
+    nlohmann::json days = HistoryOperations::search(*History::history(), words);
+    if (args.json) {
+        std::printf("%s\n", days.dump(2).c_str());
+        return 0;
     }
-    if (keyword.empty()) throw UsageError("give the words to search for");
-    // Matching is against lower-case text, so the words are made lower case too.
-    keyword = lowerCaseText(keyword);
-    auto history = History::history();
-    history->filter({{History::kFilterKeywords, PlistValue(keyword)}});
-    nlohmann::json list = nlohmann::json::array();
-    for (std::size_t i = 0; i < history->count(); ++i) {
-        auto day = history->itemAtIndex(i);
-        if (!day) continue;
-        std::string key = HistoryDatabase::keyFromDate(day->date());
-        nlohmann::json record = dayRecord(key, *day);
-        record["tracks"] = nlohmann::json::array();
-        if (!args.json) std::printf("%s\t%s\n", key.c_str(), day->title().c_str());
-        for (const auto& item : day->logItems()) {
-            std::size_t number = numberInDay(*history, key, item.get());
-            if (args.json) {
-                record["tracks"].push_back(itemRecord(*item, number));
-            } else {
-                printItem(*item, number);
-            }
-        }
-        list.push_back(record);
+    for (const auto& day : days) {
+        std::printf("%s\t%s\n", day["day"].get<std::string>().c_str(),
+                    day["title"].get<std::string>().c_str());
+        for (const auto& track : day["tracks"]) printTrack(track);
     }
-    if (args.json) std::printf("%s\n", list.dump(2).c_str());
     return 0;
 }
 
 int runAdd(const HistoryArgs& args) {
     if (args.words.empty()) throw UsageError("give the MP3 files or folders to add");
+    std::vector<std::string> paths;
     for (const std::string& path : args.words) {
         std::error_code ec;
         if (!std::filesystem::exists(path, ec)) throw UsageError("no such file or folder: " + path);
         if (!std::filesystem::is_directory(path, ec) && std::filesystem::path(path).extension() != ".mp3") {
             std::fprintf(stderr, "quillon: %s is not an .mp3 file; left out\n", path.c_str());
         }
+        // The daemon works in a folder of its own.
+        paths.push_back(std::filesystem::absolute(path).lexically_normal().string());
     }
-    auto history = History::history();
-    auto added = history->addFiles(args.words);
-    if (added.empty()) {
-        std::fprintf(stderr, "quillon: no MP3 files found\n");
-        return 1;
+    std::optional<DaemonClient> daemon;
+    if (!findDaemonForChanges(daemon)) return 1;
+    OperationResult result = daemon
+                                 ? resultOf(daemon->request("POST", "/api/history/files", {{"paths", paths}}))
+                                 : HistoryOperations::add(*History::history(), paths);
+    if (!result.ok()) return failed(result);
+    const nlohmann::json& tracks = daemon ? result.value["tracks"] : result.value;
+    if (args.json) {
+        std::printf("%s\n", tracks.dump(2).c_str());
+        return 0;
     }
-    nlohmann::json list = nlohmann::json::array();
-    for (const auto& item : added) {
-        std::string key =
-            HistoryDatabase::keyFromDate(item->calDate().value_or(std::chrono::system_clock::now()));
-        if (args.json) {
-            nlohmann::json j = itemRecord(*item, numberInDay(*history, key, item.get()));
-            j["day"] = key;
-            list.push_back(j);
-        } else {
-            std::printf("%s\t%s\t%s\n", key.c_str(), printable(item->trackName()).c_str(),
-                        printable(item->path()).c_str());
-        }
+    for (const auto& t : tracks) {
+        std::printf("%s\t%s\t%s\n", t.value("day", std::string()).c_str(),
+                    printable(t.value("trackname", std::string())).c_str(),
+                    printable(t.value("path", std::string())).c_str());
     }
-    if (args.json) std::printf("%s\n", list.dump(2).c_str());
     return 0;
 }
 
@@ -207,87 +140,79 @@ bool askYes(const std::string& question) {
     return answer == "y" || answer == "yes" || answer == "ok";
 }
 
-struct Target {
-    std::string key;
-    std::size_t number = 0;  // 0: the whole day
-};
-
-Target parseTarget(const std::string& text) {
-    auto colon = text.find(':');
-    Target t;
-    t.key = checkedDay(text.substr(0, colon));
-    if (colon == std::string::npos) return t;
-    std::string number = text.substr(colon + 1);
-    bool digits = !number.empty() && number.size() <= 9 &&
-                  std::all_of(number.begin(), number.end(), [](char c) { return c >= '0' && c <= '9'; });
-    if (!digits || intValue(number) < 1) {
-        throw UsageError("not a track number: '" + text + "' (expected YYYY_MM_DD:N, N as listed)");
+// The day as the daemon or the day file lists it (its title and number of
+// items); a message on stderr and nothing when the history has no such day.
+std::optional<nlohmann::json> listedDay(const std::optional<DaemonClient>& daemon, const std::string& key) {
+    OperationResult result = daemon ? resultOf(daemon->request("GET", "/api/history/days/" + key))
+                                    : HistoryOperations::day(*History::history(), key);
+    if (!result.ok()) {
+        std::fprintf(stderr, "quillon: %s\n", result.error.c_str());
+        return std::nullopt;
     }
-    t.number = static_cast<std::size_t>(intValue(number));
-    return t;
+    return result.value;
 }
 
 int runRemove(const HistoryArgs& args) {
     if (args.words.empty()) throw UsageError("give the days (YYYY_MM_DD) or tracks (YYYY_MM_DD:N) to delete");
-    std::vector<Target> targets;
-    for (const std::string& word : args.words) targets.push_back(parseTarget(word));
+    std::vector<HistoryOperations::Target> targets;
+    for (const std::string& word : args.words) targets.push_back(HistoryOperations::parseTarget(word));
     if (!args.yes && !::isatty(STDIN_FILENO)) {
         throw UsageError("deleting needs a confirmation, and the input is no terminal: add --yes");
     }
+    std::optional<DaemonClient> daemon;
+    if (!findDaemonForChanges(daemon)) return 1;
 
-    auto history = History::history();
-    std::set<std::string> days;
-    std::map<std::string, std::set<std::size_t>> tracks;
-    for (const Target& t : targets) {
-        auto day = history->databaseForKey(t.key);
-        if (!day) {
-            std::fprintf(stderr, "quillon: the history has no day %s\n", t.key.c_str());
-            return 1;
+    // Every target is checked and asked about before anything goes; what the
+    // user declines is left out.
+    std::map<std::string, nlohmann::json> days;
+    for (const auto& t : targets) {
+        if (!days.count(t.key)) {
+            auto day = listedDay(daemon, t.key);
+            if (!day) return 1;
+            days[t.key] = *day;
         }
-        if (t.number == 0) {
-            days.insert(t.key);
-        } else if (t.number > day->count()) {
+        std::size_t count = days[t.key]["items"].get<std::size_t>();
+        if (t.number > count) {
             std::fprintf(stderr, "quillon: day %s has no track %zu (it has %zu)\n", t.key.c_str(), t.number,
-                         day->count());
+                         count);
             return 1;
-        } else {
-            tracks[t.key].insert(t.number);
         }
     }
-
-    std::size_t trackCount = 0;
-    for (const auto& entry : tracks) trackCount += entry.second.size();
+    std::vector<HistoryOperations::Target> agreed;
+    std::vector<std::string> keptDays;
+    auto trackCount =
+        std::count_if(targets.begin(), targets.end(), [](const auto& t) { return t.number > 0; });
     bool tracksAgreed = args.yes || trackCount == 0 ||
                         askYes("Delete " + std::to_string(trackCount) + " track(s) from the history?");
-    if (tracksAgreed) {
-        for (const auto& [key, numbers] : tracks) {
-            auto items = history->databaseForKey(key)->logItems();
-            for (std::size_t n : numbers) items[n - 1]->markForDelete();
+    for (const auto& t : targets) {
+        if (t.number > 0 && tracksAgreed) agreed.push_back(t);
+    }
+    for (const auto& t : targets) {
+        if (t.number > 0) continue;
+        DeleteAlert alert = HistoryDatabase::deleteAlert(days[t.key]["title"].get<std::string>());
+        if (args.yes || askYes(alert.title + " " + alert.day + ": " + alert.message)) {
+            agreed.push_back(t);
+        } else {
+            keptDays.push_back(t.key);
         }
     }
-    for (const std::string& key : days) history->databaseForKey(key)->markForDelete();
-    history->setDeleteConfirmation([yes = args.yes](const DeleteAlert& alert) {
-        return yes || askYes(alert.title + " " + alert.day + ": " + alert.message);
-    });
-
-    History::DeleteResult result = history->deleteItems();
-    // Days that lost tracks are written now, or the tracks would come back.
-    int status = 0;
-    for (const auto& entry : tracks) {
-        auto day = history->databaseForKey(entry.first);
-        if (day && tracksAgreed && !day->shouldBeDeleted() &&
-            !day->saveAtPath(history->folder(), entry.first)) {
-            std::fprintf(stderr, "quillon: cannot write %s\n",
-                         history->databasePathForDate(day->date()).c_str());
-            status = 1;
-        }
+    nlohmann::json removed = {{"removedDays", nlohmann::json::array()}, {"removedItems", 0}};
+    if (!agreed.empty()) {
+        nlohmann::json list = nlohmann::json::array();
+        for (const auto& t : agreed) list.push_back(t.key + (t.number ? ":" + std::to_string(t.number) : ""));
+        OperationResult result = daemon ? resultOf(daemon->request("POST", "/api/history/delete",
+                                                                   {{"targets", list}, {"confirm", true}}))
+                                        : HistoryOperations::remove(*History::history(), agreed);
+        if (!result.ok()) return failed(result);
+        removed = result.value;
     }
-    if (!history->flush()) status = 1;  // a day file that could not be deleted (logged)
-    for (const std::string& key : result.removedDays) std::printf("Removed day %s\n", key.c_str());
-    for (const std::string& key : result.keptDays) std::printf("Kept day %s\n", key.c_str());
-    if (result.removedItems > 0) std::printf("Removed %zu track(s)\n", result.removedItems);
-    if (result.removedDays.empty() && result.removedItems == 0) std::printf("Nothing deleted\n");
-    return status;
+    for (const auto& key : removed["removedDays"])
+        std::printf("Removed day %s\n", key.get<std::string>().c_str());
+    for (const std::string& key : keptDays) std::printf("Kept day %s\n", key.c_str());
+    std::size_t items = removed["removedItems"].get<std::size_t>();
+    if (items > 0) std::printf("Removed %zu track(s)\n", items);
+    if (removed["removedDays"].empty() && items == 0) std::printf("Nothing deleted\n");
+    return 0;
 }
 
 }  // namespace

@@ -75,18 +75,7 @@ int report(const ScheduleOperations::Result& result, bool json, const char* verb
 // A call to the running daemon, as the operation's result.
 ScheduleOperations::Result viaDaemon(const DaemonClient& daemon, std::string_view method,
                                      const std::string& path, const nlohmann::json& body = nullptr) {
-    using Status = ScheduleOperations::Result::Status;
-    auto reply = daemon.request(method, path, body);
-    ScheduleOperations::Result r;
-    if (reply.ok()) {
-        r.value = reply.body;
-        return r;
-    }
-    r.status = reply.status == 400   ? Status::BadInput
-               : reply.status == 404 ? Status::NotFound
-                                     : Status::Failed;
-    r.error = reply.error;
-    return r;
+    return resultOf(daemon.request(method, path, body));
 }
 
 nlohmann::json formJson(const ScheduleRuleForm& form) {

@@ -196,13 +196,16 @@ std::size_t HistoryDatabase::deleteObject() {
     return removed;
 }
 
-bool HistoryDatabase::askDelete(const DeleteConfirmation& confirm) const {
-    if (!confirm) return false;
+DeleteAlert HistoryDatabase::deleteAlert(const std::string& dayTitle) {
     DeleteAlert alert;
     alert.title = localized("Delete", "Delete this item ?");
     alert.message = localized("DeleteLong", "Do you really want to delete this item and all it's content ?");
-    alert.day = title();
-    return confirm(alert);
+    alert.day = dayTitle;
+    return alert;
+}
+
+bool HistoryDatabase::askDelete(const DeleteConfirmation& confirm) const {
+    return confirm && confirm(deleteAlert(title()));
 }
 
 HistoryDatabase::ItemPtr HistoryDatabase::containsTrack(std::string_view trackName) const {

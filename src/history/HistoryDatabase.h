@@ -95,6 +95,8 @@ public:
 
     void markForDelete() { shouldBeDeleted_ = true; }
     bool shouldBeDeleted() const { return shouldBeDeleted_; }
+    // The question asked before a whole day goes, for the day's title.
+    static DeleteAlert deleteAlert(const std::string& dayTitle);
     // Asks whether the whole day may go; no one to ask means no.
     bool askDelete(const DeleteConfirmation& confirm) const;
 

@@ -14,6 +14,7 @@
 #include "app/ApiToken.h"
 #include "app/Daemon.h"
 #include "app/EventHub.h"
+#include "history/HistoryTestSupport.h"
 #include "store/Preferences.h"
 #include "support/Loopback.h"
 
@@ -25,6 +26,8 @@ protected:
     void SetUp() override {
         AppFixture::SetUp();
         becomeMainThread();
+        History::resetShared();
+        std::filesystem::remove_all(History::defaultFolder());
         Daemon::Options options;
         port_ = unusedPort();
         options.port = port_;
@@ -37,6 +40,7 @@ protected:
     void TearDown() override {
         daemon_->stop();
         daemon_.reset();
+        History::resetShared();
         AppFixture::TearDown();
     }
 
@@ -110,6 +114,14 @@ TEST_F(DaemonApiTest, EveryCallAnswersOrRefusesWithOneLine) {
         {"PUT", "/api/schedules/12345", R"({"at":"20:00"})", 404},
         {"POST", "/api/schedules/12345/enable", "{}", 404},
         {"DELETE", "/api/schedules/12345", "", 404},
+        {"GET", "/api/history/days", "", 200},
+        {"GET", "/api/history/days/2020_13_45", "", 400},
+        {"GET", "/api/history/days/1999_01_01", "", 404},
+        {"GET", "/api/history/search", "", 400},
+        {"POST", "/api/history/delete", R"({"targets":["1999_01_01"],"confirm":true})", 404},
+        {"POST", "/api/history/delete", R"({"targets":["1999_01_01:x"],"confirm":true})", 400},
+        {"POST", "/api/history/files", R"({"paths":["music"]})", 400},
+        {"POST", "/api/history/files", R"({"paths":[")" + missing + R"("]})", 400},
     };
     for (const Row& row : rows) {
         auto r = call(row.method, row.path, row.body);
@@ -171,6 +183,53 @@ TEST_F(DaemonApiTest, SchedulesAreMadeChangedAndRemoved) {
               8u);  // two days over four weeks
     EXPECT_EQ(call("DELETE", "/api/schedules/" + id)->status, 200);
     EXPECT_EQ(json(call("GET", "/api/schedules"))["rules"].size(), 0u);
+}
+
+TEST_F(DaemonApiTest, HistoryIsListedSearchedDeletedAndAddedTo) {
+    // The daemon's own history, in memory: what the calls change is what it writes.
+    auto history = History::history();
+    history->addObjectToHistory(makeItem("Miles Davis - So What", "Jazz FM", localDate(2008, 7, 5, 9), true));
+    history->addObjectToHistory(
+        makeItem("Nina Simone - Feeling Good", "Jazz FM", localDate(2008, 7, 5, 10), true));
+    history->addObjectToHistory(makeItem("Metallica - One", "Rock FM", localDate(2008, 7, 6, 22), true));
+    ASSERT_TRUE(history->flush());
+
+    auto days = json(call("GET", "/api/history/days"))["days"];
+    ASSERT_EQ(days.size(), 2u);
+    EXPECT_EQ(days[0]["day"], "2008_07_05");
+    EXPECT_EQ(days[0]["items"], 2);
+    auto day = json(call("GET", "/api/history/days/2008_7_5"));
+    ASSERT_EQ(day["tracks"].size(), 2u);
+    EXPECT_EQ(day["tracks"][1]["trackname"], "Nina Simone - Feeling Good");
+    auto found = json(call("GET", "/api/history/search?q=FEELING%20good"))["days"];
+    ASSERT_EQ(found.size(), 1u);
+    ASSERT_EQ(found[0]["tracks"].size(), 1u);
+    EXPECT_EQ(found[0]["tracks"][0]["number"], 2);  // as the day lists it
+    EXPECT_FALSE(history->filtered());
+
+    // Nothing goes without the confirmation.
+    const std::string both = R"({"targets":["2008_07_05:1","2008_07_06"])";
+    EXPECT_EQ(call("POST", "/api/history/delete", both + "}")->status, 409);
+    EXPECT_EQ(json(call("GET", "/api/history/days"))["days"].size(), 2u);
+    auto removed = json(call("POST", "/api/history/delete", both + R"(,"confirm":true})"));
+    EXPECT_EQ(removed["removedDays"], nlohmann::json::array({"2008_07_06"}));
+    EXPECT_EQ(removed["removedItems"], 1);
+    ASSERT_TRUE(history->flush());
+    EXPECT_FALSE(std::filesystem::exists(history->folder() + "/2008_07_06.historyDB"));
+    // The day that lost a track is written at once: a fresh load agrees.
+    auto reread =
+        HistoryDatabase::databaseAtPath(history->folder() + "/2008_07_05.historyDB", localDate(2008, 7, 5));
+    ASSERT_NE(reread, nullptr);
+    ASSERT_EQ(reread->count(), 1u);
+    EXPECT_EQ(reread->objectAtIndex(0)->trackName(), "Nina Simone - Feeling Good");
+
+    std::string music = folder_ + "/music";
+    makeFolders(music);
+    writeText(music + "/Alpha - One.mp3", "a");
+    auto added = call("POST", "/api/history/files", R"({"paths":[")" + music + R"("]})");
+    ASSERT_EQ(added->status, 201) << added->body;
+    EXPECT_EQ(json(added)["tracks"][0]["trackname"], "Alpha - One");
+    EXPECT_NE(history->existsInDatabase("Alpha - One"), nullptr);
 }
 
 TEST_F(DaemonApiTest, CallsWithoutTheTokenOrFromElsewhereAreRefused) {

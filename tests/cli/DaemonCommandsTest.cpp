@@ -1,4 +1,4 @@
-// status, ui, stop, open and record against a real `quillon serve` child of a
+// status, ui, stop, open, record and history changes against a real `quillon serve` child of a
 // home folder of its own, and the same commands without a daemon.
 #include <csignal>
 
@@ -82,8 +82,22 @@ TEST_F(DaemonCommandsTest, CommandsReachTheRunningDaemonAndSayWhenThereIsNone) {
     EXPECT_EQ(quillon({"stop", "Saved"}).out, "Stopped " + opened + ": Saved\n");
     EXPECT_EQ(quillon({"record", "Unsaved"}).status, 2);  // an unknown bookmark is bad input
 
+    // History changes go to the daemon's history: the track it entered is the
+    // one it then deletes, and its day file says so once it has stopped.
+    makeFolders(file("music"));
+    writeText(file("music/Alpha - One.mp3"), "a");
+    auto added = quillon({"history", "add", file("music"), "--json"});
+    ASSERT_EQ(added.status, 0) << added.err;
+    const std::string day = nlohmann::json::parse(added.out)[0]["day"];
+    auto removed = quillon({"history", "rm", day + ":1", "--yes"});
+    EXPECT_EQ(removed.status, 0) << removed.err;
+    EXPECT_EQ(removed.out, "Removed 1 track(s)\n");
+
     daemon.signal(SIGTERM);
     EXPECT_EQ(daemon.wait().status, 0);
+    auto days = nlohmann::json::parse(quillon({"history", "list", "--json"}).out);
+    ASSERT_EQ(days.size(), 1u);
+    EXPECT_EQ(days[0]["items"], 0);
     // The token stays behind; nothing answers on the port any more.
     expectNoDaemon("after the daemon");
 }
