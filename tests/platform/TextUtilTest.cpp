@@ -41,11 +41,9 @@ TEST(TextUtilTest, Utf8PrefixNeverSplitsACharacter) {
 }
 
 TEST(TextUtilTest, Base64MatchesTheStandardAlphabetWithPadding) {
-    EXPECT_EQ(base64Encode(""), "");
-    EXPECT_EQ(base64Encode("f"), "Zg==");
-    EXPECT_EQ(base64Encode("fo"), "Zm8=");
-    EXPECT_EQ(base64Encode("foo"), "Zm9v");
-    EXPECT_EQ(base64Encode("user:pass"), "dXNlcjpwYXNz");
+    const std::pair<const char*, const char*> cases[] = {
+        {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"user:pass", "dXNlcjpwYXNz"}};
+    for (const auto& [text, encoded] : cases) EXPECT_EQ(base64Encode(text), encoded) << text;
 }
 
 TEST(TextUtilTest, PrintableReplacesEveryControlAndKeepsTheRest) {

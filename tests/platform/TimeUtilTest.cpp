@@ -139,8 +139,6 @@ TEST(TimeUtilMail, DateHeaderShiftsWeekdayNames) {
     EXPECT_EQ(TimeUtil::maildate(localDate(2008, 3, 4, 9, 7, 5)), "Mon, 04 mar 2008 09:07:05 +0100");
     EXPECT_EQ(TimeUtil::maildate(localDate(2008, 3, 2, 23, 0, 0)), ", 02 mar 2008 23:00:00 +0100");
     EXPECT_EQ(TimeUtil::maildate(localDate(2026, 12, 19, 0, 0, 9)), "Fri, 19 dec 2026 00:00:09 +0100");
-    EXPECT_EQ(TimeUtil::days().size(), 8u);
-    EXPECT_EQ(TimeUtil::months().size(), 13u);
 }
 
 TEST(TimeUtilWeeks, WeekNumbersAndFirstDays) {

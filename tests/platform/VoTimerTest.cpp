@@ -30,22 +30,27 @@ struct Recorder {
     }
 };
 
+// Arms `timer` to call "begin" and "end" now.
+void armNow(VoTimer& timer, Recorder& recorder) {
+    timer.setOwner(recorder.owner());
+    timer.setStartMethod("begin");
+    timer.setStopMethod("end");
+    timer.setStartDate(Clock::now());
+    timer.setActiveStart(true);
+    timer.setActiveStop(true);
+    timer.activateTimer();
+}
+
 }  // namespace
 
 TEST(VoTimer, StartAndStopBothFireAtTheStartDate) {
     Recorder recorder;
     VoTimer timer;
-    timer.setOwner(recorder.owner());
-    timer.setStartMethod("startRecording");
-    timer.setStopMethod("stopRecording");
-    timer.setStartDate(Clock::now());
     // The stop date lies an hour ahead, yet the stop call is timed by the start date.
     timer.setStopDate(Clock::now() + std::chrono::hours(1));
-    timer.setActiveStart(true);
-    timer.setActiveStop(true);
-    timer.activateTimer();
+    armNow(timer, recorder);
     ASSERT_TRUE(MainLoop::main().runUntil([&] { return recorder.calls.size() == 2; }, 10));
-    EXPECT_EQ(recorder.calls, (std::vector<std::string>{"startRecording", "stopRecording"}));
+    EXPECT_EQ(recorder.calls, (std::vector<std::string>{"begin", "end"}));
     EXPECT_FALSE(timer.armed());
 }
 
@@ -79,13 +84,7 @@ TEST(VoTimer, RearmingAndDestructionCancelEveryArmedCall) {
     Recorder recorder;
     {
         VoTimer timer;
-        timer.setOwner(recorder.owner());
-        timer.setStartMethod("begin");
-        timer.setStopMethod("end");
-        timer.setStartDate(Clock::now());
-        timer.setActiveStart(true);
-        timer.setActiveStop(true);
-        timer.activateTimer();
+        armNow(timer, recorder);
         EXPECT_TRUE(timer.armed());
         // Re-arming with nothing active cancels both calls, including the start
         // call whose reference the stop call replaced.

@@ -75,25 +75,6 @@ TEST(UrlFetcher, DeliversAnHttpBody) {
     EXPECT_NE(server.requests()[0].find("User-Agent: QuillonTest/1\r\n"), std::string::npos);
 }
 
-TEST(UrlFetcher, CountsAnIcyReplyAsHttp) {
-    const std::string header = "ICY 200 OK\r\nicy-name:Test FM\r\nicy-metaint:8192\r\n\r\n";
-    FakeServer server({header, true});
-    FetchLog log;
-    std::string seenHeader;
-    auto callbacks = log.callbacks([](const std::string& data) { return data.size() < 4096; });
-    callbacks.onHeader = [&seenHeader](std::string_view line) { seenHeader += line; };
-    UrlFetcher fetcher(server.url("/"), 5, callbacks);
-    fetcher.start();
-    log.waitForEnd(fetcher);
-    EXPECT_EQ(seenHeader, header);
-    // The body is the stream alone (the server's filler).
-    ASSERT_FALSE(log.data.empty());
-    EXPECT_EQ(log.data.find_first_not_of('x'), std::string::npos);
-    // Returning false cancels: no end event.
-    EXPECT_EQ(log.finished, 0);
-    EXPECT_TRUE(log.failures.empty());
-}
-
 TEST(UrlFetcher, ReportsFailures) {
     ScopedTiming savedTiming;
     timing().redirectTimeout = 1;
@@ -262,18 +243,6 @@ TEST(BookmarkLocator, LocalFilesLive365AndDirectUrls) {
     EXPECT_TRUE(run.locator.directURL("http://dir.example:8080/stream", "Dir"));
     ASSERT_EQ(run.editors.size(), 3u);
     EXPECT_EQ(run.editors[2]->description(), "Bookmark Dir Host dir.example Port 8080 Path /stream");
-}
-
-TEST(BookmarkLocator, SynchronousHelperForTheCommandLine) {
-    FakeServer server({"ICY 200 OK\r\nicy-name:Sync\r\n\r\n", true});
-    auto outcome = BookmarkLocator::locate(server.url("/"), "", 30);
-    EXPECT_EQ(outcome.bookmark, nullptr);
-    ASSERT_TRUE(outcome.streamHeader.has_value());
-    EXPECT_FALSE(outcome.failure.has_value());
-
-    auto nothing = BookmarkLocator::locate("/no/such/file.pls", "", 30);
-    EXPECT_EQ(nothing.bookmark, nullptr);
-    EXPECT_TRUE(nothing.failure.has_value());
 }
 
 }  // namespace

@@ -56,10 +56,10 @@ protected:
     ScopedHome home_;
 };
 
-TEST_F(PlistInterop, PythonReadsABookmarkFile) {
+TEST_F(PlistInterop, PythonReadsOurBookmarkAndPreferencesFiles) {
+    using Entry = std::pair<std::string, std::string>;
     Bookmark b;
     b.setName(std::string("My Radio"));
-    b.setHost(std::string("stream.example"));
     b.setPort(std::string("8000"));
     b.setTrackNum(true);
     b.setRecOffset(3);
@@ -67,7 +67,6 @@ TEST_F(PlistInterop, PythonReadsABookmarkFile) {
     b.setGenre(std::string("Blues/R&B <live>"));
     ASSERT_TRUE(b.saveToFile(home_.path()));
     auto entries = dumpWithPython(home_.file("My Radio.qlnbk"));
-    using Entry = std::pair<std::string, std::string>;
     EXPECT_EQ(entries["name"], (Entry{"str", "My Radio"}));
     EXPECT_EQ(entries["port"], (Entry{"str", "8000"}));
     EXPECT_EQ(entries["trackNum"], (Entry{"str", "YES"}));
@@ -76,15 +75,12 @@ TEST_F(PlistInterop, PythonReadsABookmarkFile) {
     EXPECT_EQ(entries["separator"], (Entry{"str", " - "}));
     EXPECT_EQ(entries["_AbstractResourceUniqueID"], (Entry{"int", "12"}));
     EXPECT_EQ(entries.size(), b.container().size());
-}
 
-TEST_F(PlistInterop, PythonReadsThePreferencesFile) {
     auto prefs = Preferences::preferences();
     prefs->setState(false, "skip");
     prefs->setParam(std::string("9100"), "relayPort");
     ASSERT_TRUE(prefs->saveToFile());
-    auto entries = dumpWithPython(home_.file(Preferences::kRelativePath));
-    using Entry = std::pair<std::string, std::string>;
+    entries = dumpWithPython(home_.file(Preferences::kRelativePath));
     EXPECT_EQ(entries["skip"], (Entry{"str", "NO"}));
     EXPECT_EQ(entries["relayPort"], (Entry{"str", "9100"}));
     EXPECT_EQ(entries["AbstractResourceFileType"], (Entry{"str", "prf"}));
