@@ -98,6 +98,8 @@ ApiReply replyFor(const OperationResult& result, int doneStatus) {
             throw ApiError(400, result.error);
         case OperationResult::Status::NotFound:
             throw ApiError(404, result.error);
+        case OperationResult::Status::Conflict:
+            throw ApiError(409, result.error);
         case OperationResult::Status::Failed:
             throw ApiError(500, result.error);
         case OperationResult::Status::Done:

@@ -71,7 +71,7 @@ private:
 nlohmann::json errorBody(const std::string& reason);
 
 // A shared operation's outcome as an answer: its value with `doneStatus`, or
-// the ApiError its failure maps to (400, 404, 500).
+// the ApiError its failure maps to (400, 404, 409, 500).
 ApiReply replyFor(const OperationResult& result, int doneStatus = 200);
 
 }  // namespace quillon

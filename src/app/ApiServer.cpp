@@ -4,6 +4,10 @@
 
 #include <httplib.h>
 
+#include <condition_variable>
+#include <mutex>
+#include <optional>
+
 #include "app/ApiToken.h"
 #include "app/EventHub.h"
 #include "app/LoginLinks.h"
@@ -33,15 +37,28 @@ std::string cookieValue(const std::string& cookies, const std::string& name) {
     return {};
 }
 
+// One deferred answer.
+struct Pending {
+    std::optional<ApiReply> reply;  // guarded by ApiServer::Replies::mutex
+};
+
 bool changes(const std::string& method) { return method == "POST" || method == "PUT" || method == "DELETE"; }
 
 }  // namespace
+
+// Where the workers wait for their answers; stop() wakes them all.
+struct ApiServer::Replies {
+    std::mutex mutex;
+    std::condition_variable arrived;
+    bool stopping = false;  // guarded by mutex
+};
 
 ApiServer::ApiServer(Options options, EventHub& events, LoginLinks& logins)
     : options_(std::move(options)),
       events_(events),
       logins_(logins),
-      server_(std::make_unique<httplib::Server>()) {
+      server_(std::make_unique<httplib::Server>()),
+      replies_(std::make_shared<Replies>()) {
     // Every event stream holds a worker for as long as it is open.
     server_->new_task_queue = [] { return new httplib::ThreadPool(EventHub::kMaxSubscribers + 16); };
     // SO_REUSEADDR only: httplib's default SO_REUSEPORT would let a second
@@ -82,6 +99,13 @@ ApiServer::ApiServer(Options options, EventHub& events, LoginLinks& logins)
 ApiServer::~ApiServer() { stop(); }
 
 void ApiServer::route(const std::string& method, const std::string& pattern, Handler handler) {
+    routeDeferred(method, pattern, [handler = std::move(handler)](const ApiRequest& req, Respond respond) {
+        respond(handler(req));
+    });
+}
+
+void ApiServer::routeDeferred(const std::string& method, const std::string& pattern,
+                              DeferredHandler handler) {
     auto h = [this, handler = std::move(handler)](const httplib::Request& req, httplib::Response& res) {
         dispatch(handler, req, res);
     };
@@ -111,6 +135,11 @@ bool ApiServer::start(std::string& failure) {
 
 void ApiServer::stop() {
     guard_.cancel();
+    {
+        std::lock_guard lock(replies_->mutex);
+        replies_->stopping = true;
+    }
+    replies_->arrived.notify_all();
     events_.close();
     if (thread_.joinable()) {
         server_->stop();
@@ -153,7 +182,8 @@ bool ApiServer::refused(const httplib::Request& req, httplib::Response& res) con
     return false;
 }
 
-void ApiServer::dispatch(const Handler& handler, const httplib::Request& req, httplib::Response& res) {
+void ApiServer::dispatch(const DeferredHandler& handler, const httplib::Request& req,
+                         httplib::Response& res) {
     nlohmann::json body;
     if (!req.body.empty()) {
         body = nlohmann::json::parse(req.body, nullptr, false);
@@ -165,22 +195,39 @@ void ApiServer::dispatch(const Handler& handler, const httplib::Request& req, ht
     std::map<std::string, std::string> query(req.params.begin(), req.params.end());
     ApiRequest request(req.method, std::move(params), std::move(query), std::move(body));
 
-    ApiReply answer;
+    auto pending = std::make_shared<Pending>();
+    Respond respond = [replies = replies_, pending](ApiReply answer) {
+        {
+            std::lock_guard lock(replies->mutex);
+            if (pending->reply) return;  // answered once only
+            pending->reply = std::move(answer);
+        }
+        replies->arrived.notify_all();
+    };
     bool ran = MainLoop::main().invoke(
         [&] {
             try {
-                answer = handler(request);
+                handler(request, respond);
             } catch (const ApiError& e) {
-                answer = {e.status(), errorBody(e.what())};
+                respond({e.status(), errorBody(e.what())});
             } catch (const nlohmann::json::exception& e) {
-                answer = {400, errorBody(std::string("bad value: ") + e.what())};
+                respond({400, errorBody(std::string("bad value: ") + e.what())});
             } catch (const std::exception& e) {
                 Log::warn("API call {} {} failed: {}", req.method, req.path, e.what());
-                answer = {500, errorBody(e.what())};
+                respond({500, errorBody(e.what())});
             }
         },
         guard_);
-    if (!ran) answer = {503, errorBody("the daemon is stopping")};
+    ApiReply answer{503, errorBody("the daemon is stopping")};
+    if (ran) {
+        std::unique_lock lock(replies_->mutex);
+        replies_->arrived.wait_for(lock, std::chrono::seconds(kDeferredSeconds),
+                                   [&] { return pending->reply || replies_->stopping; });
+        if (pending->reply)
+            answer = std::move(*pending->reply);
+        else if (!replies_->stopping)
+            answer = {504, errorBody("no answer in time")};
+    }
     reply(res, answer.status, answer.body);
 }
 

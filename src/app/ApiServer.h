@@ -5,7 +5,8 @@
 // (no cross-site requests), /api calls must carry the token (header or
 // cookie), and bodies of changing calls must be JSON. Handlers run on the main
 // loop, one at a time, so that they see and change the application's state as
-// the main thread does; the event stream and the login are answered on the
+// the main thread does (a deferred handler answers later, from the main loop,
+// while its worker waits); the event stream and the login are answered on the
 // worker threads.
 //
 // Thread contract: route, setPage and start before serving, stop and the
@@ -34,6 +35,10 @@ class LoginLinks;
 class ApiServer {
 public:
     using Handler = std::function<ApiReply(const ApiRequest&)>;
+    // A handler whose answer comes later (after a fetch): it keeps `respond`
+    // and calls it once, on the main loop. Throwing an ApiError answers at once.
+    using Respond = std::function<void(ApiReply)>;
+    using DeferredHandler = std::function<void(const ApiRequest&, Respond)>;
 
     struct Options {
         std::string host = "127.0.0.1";
@@ -45,6 +50,8 @@ public:
     };
 
     static constexpr std::size_t kMaxBodyBytes = 1 << 20;
+    // A deferred answer that has not come by then is a 504.
+    static constexpr int kDeferredSeconds = 180;
     static constexpr const char* kTokenHeader = "X-Quillon-Token";
     static constexpr const char* kTokenCookie = "quillon_token";
 
@@ -56,6 +63,7 @@ public:
     // `pattern` is a regular expression over the path; its groups become the
     // request's params. The handler runs on the main loop.
     void route(const std::string& method, const std::string& pattern, Handler handler);
+    void routeDeferred(const std::string& method, const std::string& pattern, DeferredHandler handler);
     // The page served at "/".
     void setPage(std::string html) { page_ = std::move(html); }
 
@@ -69,7 +77,7 @@ private:
     // Nothing when the call may go on; else the refusal was written.
     bool refused(const httplib::Request& req, httplib::Response& res) const;
     bool hostAllowed(const std::string& host) const;
-    void dispatch(const Handler& handler, const httplib::Request& req, httplib::Response& res);
+    void dispatch(const DeferredHandler& handler, const httplib::Request& req, httplib::Response& res);
     void serveEvents(httplib::Response& res);
     void serveLogin(const httplib::Request& req, httplib::Response& res);
 
@@ -79,6 +87,8 @@ private:
     std::unique_ptr<httplib::Server> server_;
     std::string page_;
     InvokeGuard guard_;
+    struct Replies;
+    std::shared_ptr<Replies> replies_;  // shared with the respond callbacks
     std::thread thread_;
     std::uint16_t boundPort_ = 0;
     int listenFd_ = -1;  // owned by the httplib server

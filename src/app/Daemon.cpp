@@ -4,6 +4,7 @@
 #include "app/ApiServer.h"
 #include "app/ApiToken.h"
 #include "app/ApplicationApi.h"
+#include "app/BookmarkApi.h"
 #include "app/DaemonUserInterface.h"
 #include "app/EventHub.h"
 #include "app/HistoryApi.h"
@@ -50,6 +51,7 @@ bool Daemon::start(std::string& failure) {
     addActivityRoutes(*server_, *controller_);
     addApplicationRoutes(*server_, *controller_, *logins_);
     addScheduleRoutes(*server_, *controller_, *events_);
+    bookmarks_ = std::make_unique<BookmarkApi>(*server_, *events_);
     history_ = History::history();
     addHistoryRoutes(*server_, *history_, *events_);
     // Tracks the recordings add; the event hub outlives the handler (stop()).
@@ -65,6 +67,7 @@ void Daemon::stop() {
     if (stopped_ || !controller_) return;
     stopped_ = true;
     if (server_) server_->stop();
+    bookmarks_.reset();  // ends the fetches of new bookmarks
     if (history_) history_->setRefreshHandler({});
     controller_->quit();
     ui_->setActivity(nullptr);

@@ -15,6 +15,7 @@
 namespace quillon {
 
 class ApiServer;
+class BookmarkApi;
 class DaemonUserInterface;
 class EventHub;
 class History;
@@ -54,6 +55,7 @@ private:
     std::unique_ptr<Controller> controller_;
     std::shared_ptr<History> history_;  // the routes hold it by reference
     std::unique_ptr<ApiServer> server_;
+    std::unique_ptr<BookmarkApi> bookmarks_;
     bool stopped_ = false;
 };
 

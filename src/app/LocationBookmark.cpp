@@ -4,13 +4,14 @@
 #include <cstring>
 
 #include "app/BadInput.h"
+#include "app/LocationProbe.h"
 #include "platform/AtomicFile.h"
 #include "platform/Home.h"
+#include "platform/MainLoop.h"
 #include "platform/TextUtil.h"
 #include "platform/Timing.h"
 #include "store/Bookmark.h"
 #include "store/BookmarkFolder.h"
-#include "store/BookmarkLocator.h"
 #include "store/Url.h"
 
 namespace quillon {
@@ -101,44 +102,37 @@ bool looksLikePlaylist(const std::string& path) {
     return false;
 }
 
+void checkLocation(const std::string& location) {
+    if (location.empty()) throw BadInput("the location is empty");
+    if (location.substr(0, 4) == "http") return checkUrl(location);
+    if (!fileExists(location)) throw BadInput("no such file: " + location);
+    if (isFolder(location)) throw BadInput("not a playlist file: " + location);
+    errno = 0;
+    if (!readWholeFile(location))
+        throw BadInput("cannot read " + location + ": " + std::strerror(errno ? errno : EIO));
+}
+
+std::shared_ptr<Bookmark> bookmarkFromHeader(const std::string& location, const std::string& header,
+                                             bool live) {
+    // An Icecast stream answers in HTTP with audio and icy- headers.
+    if (!live && !isAudioHeader(header)) return nullptr;
+    return bookmarkFromStreamLocation(location, header);
+}
+
+bool usableBookmark(const Bookmark& b) { return usable(b); }
+
 std::shared_ptr<Bookmark> bookmarkFromLocation(const std::string& location, const std::string& name,
                                                std::string& failure) {
-    if (location.empty()) throw BadInput("the location is empty");
-    bool remote = location.substr(0, 4) == "http";
-    if (remote) {
-        checkUrl(location);
-    } else {
-        if (!fileExists(location)) throw BadInput("no such file: " + location);
-        if (isFolder(location)) throw BadInput("not a playlist file: " + location);
-        errno = 0;
-        if (!readWholeFile(location)) {
-            throw BadInput("cannot read " + location + ": " + std::strerror(errno ? errno : EIO));
-        }
-    }
-
-    // Enough for the fetch and one redirect probe, each with its own time-out.
-    double limit = 2 * timing().redirectTimeout + 5;
-    auto outcome = BookmarkLocator::locate(location, name, limit);
-    auto bookmark = outcome.bookmark;
-    if (outcome.streamHeader && (!bookmark || !usable(*bookmark))) {
-        bookmark = bookmarkFromStreamLocation(location, *outcome.streamHeader);
-    }
-    // An Icecast stream answers in HTTP with audio and icy- headers; the
-    // location itself is then the stream.
-    if (!bookmark && outcome.httpHeader && isAudioHeader(*outcome.httpHeader)) {
-        bookmark = bookmarkFromStreamLocation(location, *outcome.httpHeader);
-    }
-    if (!bookmark) {
+    std::optional<LocationProbe::Outcome> outcome;
+    LocationProbe probe(location, name, [&outcome](LocationProbe::Outcome o) { outcome = std::move(o); });
+    MainLoop::main().runUntil([&outcome] { return outcome.has_value(); }, LocationProbe::timeLimit() + 5);
+    if (!outcome) throw BadInput("no answer from " + location);
+    if (!outcome->bookmark) {
         // A file is what the user typed; a fetched page is what a server sent.
-        if (!remote) throw BadInput("no stream address in " + location);
-        failure = outcome.failure.value_or("no stream found");
-        return nullptr;
+        if (location.substr(0, 4) != "http") throw BadInput("no stream address in " + location);
+        failure = outcome->failure;
     }
-    if (!name.empty()) bookmark->setName(name);
-    std::string given = bookmark->name().value_or("");
-    if (given.find_first_not_of(' ') == std::string::npos)
-        bookmark->setName(std::string(Bookmark::kUntitledName));
-    return bookmark;
+    return outcome->bookmark;
 }
 
 std::shared_ptr<Bookmark> bookmarkFromArgument(const std::string& argument, std::string& failure) {

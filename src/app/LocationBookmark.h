@@ -23,6 +23,16 @@ std::shared_ptr<Bookmark> bookmarkFromLocation(const std::string& location, cons
 // name that matches nothing or a bookmark file without a stream address.
 std::shared_ptr<Bookmark> bookmarkFromArgument(const std::string& argument, std::string& failure);
 
+// Throws BadInput for a location that cannot be probed: empty, a malformed
+// URL, or a local file that is missing, a folder or unreadable.
+void checkLocation(const std::string& location);
+// The stream a probed location's header describes, the location itself being
+// the stream: for an ICY header (`live`), or an HTTP one announcing audio.
+std::shared_ptr<Bookmark> bookmarkFromHeader(const std::string& location, const std::string& header,
+                                             bool live);
+// Whether the bookmark has a host and a port to connect to.
+bool usableBookmark(const Bookmark& bookmark);
+
 // Whether a URL path names a playlist (.pls, .m3u, ...) rather than a stream.
 bool looksLikePlaylist(const std::string& path);
 

@@ -1,6 +1,6 @@
 #pragma once
 // The outcome of a change that the command line and the daemon's routes share
-// (a schedule rule, history items): done with a JSON value, or why not. The
+// (a schedule rule, history items, a bookmark): done with a JSON value, or why not. The
 // command line turns it into an exit status, a route into an HTTP status.
 //
 // Thread contract: a plain value.
@@ -11,7 +11,7 @@
 namespace quillon {
 
 struct OperationResult {
-    enum class Status { Done, Failed, BadInput, NotFound };
+    enum class Status { Done, Failed, BadInput, NotFound, Conflict };
     Status status = Status::Done;
     std::string error;     // one line, when not done
     nlohmann::json value;  // what was changed or listed, when done

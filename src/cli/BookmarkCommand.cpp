@@ -1,21 +1,18 @@
 #include "cli/BookmarkCommand.h"
 
-#include "cli/BookmarkOptions.h"
-#include "app/LocationBookmark.h"
-
 #include <cstdio>
 #include <filesystem>
-#include <iostream>
-#include <memory>
-#include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
-#include <system_error>
 
-#include "platform/Home.h"
-#include "platform/Localization.h"
+#include <nlohmann/json.hpp>
+
+#include "app/BookmarkOperations.h"
+#include "app/LocationBookmark.h"
+#include "cli/BookmarkOptions.h"
+#include "cli/DaemonCalls.h"
 #include "platform/TextUtil.h"
 #include "store/Bookmark.h"
-#include "store/BookmarkFolder.h"
 
 namespace quillon {
 
@@ -29,88 +26,22 @@ struct BookmarkArgs {
     bool json = false;
 };
 
-// The bookmarks folder, or a message on stderr and nothing.
-std::optional<std::string> bookmarksFolderOrComplain() {
-    auto folder = BookmarkFolder::folder();
-    if (folder) return folder;
-    auto stored = BookmarkFolder::storedFolder();
-    std::string text = localized(BookmarkFolder::kInvalidFolderMessage,
-                                 "The bookmarks folder cannot be found. Please choose another one.");
-    std::fprintf(stderr, "quillon: %s (%s)\n", text.c_str(),
-                 stored.value_or(BookmarkFolder::defaultFolder()).c_str());
-    return std::nullopt;
+// An operation's outcome on the terminal: bad input, an unknown bookmark and
+// a name that is taken exit 2, a failure 1, after saying why.
+bool failed(const OperationResult& result) {
+    using Status = OperationResult::Status;
+    if (result.status == Status::BadInput || result.status == Status::NotFound ||
+        result.status == Status::Conflict)
+        throw UsageError(result.error);
+    if (result.status == Status::Failed) std::fprintf(stderr, "quillon: %s\n", result.error.c_str());
+    return !result.ok();
 }
 
-// A bookmark name as given on the command line, relative to the folder; groups
-// are sub-folders ("Talk/News"). Never leaves the folder.
-std::string checkedName(std::string name) {
-    if (endsWith(name, std::string(".") + Bookmark::kFileExtension)) {
-        name.resize(name.size() - std::string_view(Bookmark::kFileExtension).size() - 1);
+void printRecord(const nlohmann::json& j, bool json) {
+    if (json) {
+        std::printf("%s\n", j.dump(2).c_str());
+        return;
     }
-    if (name.empty()) throw UsageError("the bookmark name is empty");
-    std::filesystem::path p(name);
-    if (p.is_absolute()) throw UsageError("give the bookmark's name, not a path: " + name);
-    for (const auto& part : p) {
-        if (part == "..") throw UsageError("the bookmark name must not contain '..': " + name);
-    }
-    return name;
-}
-
-// The file of the saved bookmark `name` (as checkedName gives it).
-std::string existingBookmarkFile(const std::string& folder, const std::string& name) {
-    auto file = BookmarkFolder::fileForName(folder, name);
-    if (!file) throw UsageError("no bookmark named \"" + name + "\" in " + folder);
-    return *file;
-}
-
-std::shared_ptr<Bookmark> loadedBookmark(const std::string& file) {
-    auto b = Bookmark::bookmark();
-    if (!b->loadFromFile(file)) throw UsageError("not a bookmark file: " + file);
-    return b;
-}
-
-// Writes the bookmark as `file`. A file already there is replaced only when
-// `replace` is set: another bookmark is never lost to a name that happens to
-// be taken.
-bool saveBookmark(Bookmark& b, const std::string& file, bool replace) {
-    WriteResult result = WriteResult::Written;
-    if (replace) {
-        b.setFilePath(file);
-        if (!b.saveToFile()) result = WriteResult::Failed;
-    } else {
-        result = b.saveToNewFile(file);
-    }
-    if (result == WriteResult::Exists) {
-        throw UsageError("a bookmark named \"" + b.name().value_or("") +
-                         "\" exists already (use --force to replace it)");
-    }
-    if (result == WriteResult::Failed) {
-        std::fprintf(stderr, "quillon: cannot write %s\n", file.c_str());
-        return false;
-    }
-    return true;
-}
-
-nlohmann::json record(const Bookmark& b, const std::string& file) {
-    nlohmann::json j;
-    j["name"] = b.name().value_or("");
-    j["host"] = b.host().value_or("");
-    j["port"] = b.port().value_or("");
-    j["path"] = b.path();
-    j["user"] = b.user().value_or("");
-    j["hasPassword"] = !b.pass().value_or("").empty();
-    j["genre"] = b.genre();
-    j["separator"] = b.separator().value_or("");
-    j["clean"] = b.clean();
-    j["noSplit"] = b.noSplit();
-    j["sortArtists"] = b.sortArtists();
-    j["trackNum"] = b.trackNum();
-    j["recOffset"] = b.recOffset();
-    j["file"] = file;
-    return j;
-}
-
-void printRecord(const nlohmann::json& j) {
     for (const auto& [key, value] : j.items()) {
         std::string text;
         if (value.is_string()) {
@@ -124,112 +55,87 @@ void printRecord(const nlohmann::json& j) {
     }
 }
 
-void printBookmark(const Bookmark& b, const std::string& file, bool json) {
-    nlohmann::json j = record(b, file);
-    if (json) {
-        std::printf("%s\n", j.dump(2).c_str());
-    } else {
-        printRecord(j);
-    }
-}
-
 int runAdd(const BookmarkArgs& args) {
-    args.options.check();
-    auto folder = bookmarksFolderOrComplain();
-    if (!folder) return 1;
-    std::string failure;
-    auto bookmark = bookmarkFromLocation(args.location, args.options.name().value_or(""), failure);
-    if (!bookmark) {
-        std::fprintf(stderr, "quillon: %s\n", failure.c_str());
-        return 1;
-    }
-    args.options.applyTo(*bookmark);
-
-    std::string file = bookmark->pathInFolder(*folder);
-    if (!saveBookmark(*bookmark, file, args.force)) return 1;
-    if (args.json) {
-        std::printf("%s\n", record(*bookmark, file).dump(2).c_str());
+    BookmarkChanges changes = args.options.changes();
+    std::optional<DaemonClient> daemon;
+    if (!findDaemonForChanges(daemon)) return 1;
+    OperationResult result;
+    if (daemon) {
+        nlohmann::json body = changes.toJson();
+        // The daemon works in a folder of its own: a local playlist goes by its full path.
+        bool remote = args.location.substr(0, 4) == "http";
+        body["location"] = remote || args.location.empty()
+                               ? args.location
+                               : std::filesystem::absolute(args.location).lexically_normal().string();
+        body["force"] = args.force;
+        result = resultOf(daemon->request("POST", "/api/bookmarks", body));
     } else {
-        std::printf("%s\n", file.c_str());
+        std::string failure;
+        auto bookmark = bookmarkFromLocation(args.location, changes.name.value_or(""), failure);
+        result = bookmark ? BookmarkOperations::add(*bookmark, changes, args.force)
+                          : OperationResult::failure(OperationResult::Status::Failed, failure);
+    }
+    if (failed(result)) return 1;
+    if (args.json) {
+        printRecord(result.value, true);
+    } else {
+        std::printf("%s\n", result.value["file"].get<std::string>().c_str());
     }
     return 0;
 }
 
 int runEdit(const BookmarkArgs& args) {
-    args.options.check();
-    std::string name = checkedName(args.name);
-    auto folder = bookmarksFolderOrComplain();
-    if (!folder) return 1;
-    std::string file = existingBookmarkFile(*folder, name);
-    auto loaded = loadedBookmark(file);
-    Bookmark& b = *loaded;
-    const auto before = b.container();
-    args.options.applyTo(b);
-    // A new name moves the file within its group.
-    std::string target =
-        args.options.name() ? b.pathInFolder(std::filesystem::path(file).parent_path().string()) : file;
-    if (target == file && b.container() == before) {
-        std::fprintf(stderr, "Nothing changed in %s\n", file.c_str());
-        printBookmark(b, file, args.json);
-        return 0;
+    BookmarkChanges changes = args.options.changes();
+    std::string name = BookmarkOperations::checkedName(args.name);
+    std::optional<DaemonClient> daemon;
+    if (!findDaemonForChanges(daemon)) return 1;
+    OperationResult result;
+    if (daemon) {
+        nlohmann::json body = changes.toJson();
+        body["force"] = args.force;
+        result = resultOf(daemon->request("PUT", "/api/bookmarks/" + name, body));
+    } else {
+        result = BookmarkOperations::edit(name, changes, args.force);
     }
-    if (!saveBookmark(b, target, target == file || args.force)) return 1;
-    if (target != file) {
-        std::error_code ec;
-        if (!std::filesystem::remove(file, ec) || ec) {
-            std::fprintf(stderr, "quillon: saved as %s, but cannot remove %s: %s\n", target.c_str(),
-                         file.c_str(), ec.message().c_str());
-            return 1;
-        }
-    }
-    printBookmark(b, target, args.json);
+    if (failed(result)) return 1;
+    if (!result.value.value("changed", true))
+        std::fprintf(stderr, "Nothing changed in %s\n", result.value["file"].get<std::string>().c_str());
+    result.value.erase("changed");
+    printRecord(result.value, args.json);
     return 0;
 }
 
 int runList(const BookmarkArgs& args) {
-    auto folder = bookmarksFolderOrComplain();
-    if (!folder) return 1;
-    nlohmann::json list = nlohmann::json::array();
-    for (const std::string& name : BookmarkFolder::bookmarkNames(*folder)) {
-        std::string file = BookmarkFolder::pathForName(*folder, name);
-        Bookmark b;
-        if (!b.loadFromFile(file)) {
-            std::fprintf(stderr, "quillon: cannot read %s\n", file.c_str());
-            continue;
-        }
-        if (args.json) {
-            nlohmann::json j = record(b, file);
-            j["entry"] = name;
-            list.push_back(j);
-        } else {
-            std::printf("%s\t%s:%s%s\n", printable(name).c_str(), printable(b.host().value_or("")).c_str(),
-                        printable(b.port().value_or("")).c_str(), printable(b.path()).c_str());
-        }
+    OperationResult result = BookmarkOperations::list();
+    if (failed(result)) return 1;
+    if (args.json) {
+        std::printf("%s\n", result.value.dump(2).c_str());
+        return 0;
     }
-    if (args.json) std::printf("%s\n", list.dump(2).c_str());
+    for (const auto& b : result.value) {
+        std::printf("%s\t%s:%s%s\n", printable(b["entry"].get<std::string>()).c_str(),
+                    printable(b["host"].get<std::string>()).c_str(),
+                    printable(b["port"].get<std::string>()).c_str(),
+                    printable(b["path"].get<std::string>()).c_str());
+    }
     return 0;
 }
 
 int runShow(const BookmarkArgs& args) {
-    std::string name = checkedName(args.name);
-    auto folder = bookmarksFolderOrComplain();
-    if (!folder) return 1;
-    std::string file = existingBookmarkFile(*folder, name);
-    printBookmark(*loadedBookmark(file), file, args.json);
+    OperationResult result = BookmarkOperations::show(args.name);
+    if (failed(result)) return 1;
+    printRecord(result.value, args.json);
     return 0;
 }
 
 int runRemove(const BookmarkArgs& args) {
-    std::string name = checkedName(args.name);
-    auto folder = bookmarksFolderOrComplain();
-    if (!folder) return 1;
-    std::string file = existingBookmarkFile(*folder, name);
-    std::error_code ec;
-    if (!std::filesystem::remove(file, ec) || ec) {
-        std::fprintf(stderr, "quillon: cannot remove %s: %s\n", file.c_str(), ec.message().c_str());
-        return 1;
-    }
-    std::printf("Removed %s\n", file.c_str());
+    std::string name = BookmarkOperations::checkedName(args.name);
+    std::optional<DaemonClient> daemon;
+    if (!findDaemonForChanges(daemon)) return 1;
+    OperationResult result = daemon ? resultOf(daemon->request("DELETE", "/api/bookmarks/" + name))
+                                    : BookmarkOperations::remove(name);
+    if (failed(result)) return 1;
+    std::printf("Removed %s\n", result.value["file"].get<std::string>().c_str());
     return 0;
 }
 

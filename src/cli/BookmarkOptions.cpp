@@ -59,43 +59,31 @@ void BookmarkOptions::addTo(CLI::App& command, const std::string& nameHelp) {
                         Bookmark::kMinRecOffset, Bookmark::kMaxRecOffset));
 }
 
-int BookmarkOptions::offset() const {
-    const std::string& text = *offset_;
-    std::string_view digits = text;
-    if (!digits.empty() && (digits[0] == '-' || digits[0] == '+')) digits.remove_prefix(1);
-    bool whole =
-        !digits.empty() && digits.size() <= 9 && digits.find_first_not_of("0123456789") == std::string::npos;
-    int value = whole ? intValue(text) : 0;
-    if (!whole || value < Bookmark::kMinRecOffset || value > Bookmark::kMaxRecOffset) {
-        throw UsageError(fmt::format("--offset takes whole seconds from {} to {}, not '{}'",
-                                     Bookmark::kMinRecOffset, Bookmark::kMaxRecOffset, text));
-    }
-    return value;
-}
-
-void BookmarkOptions::check() const {
+BookmarkChanges BookmarkOptions::changes() const {
     if (!conflict_.empty()) throw UsageError(conflict_);
-    if (offset_) offset();
-    if (!name_) return;
-    if (name_->empty()) throw UsageError("the bookmark name is empty");
-    if (!Bookmark::isLatin1(*name_)) {
-        throw UsageError("bookmark names are limited to Latin-1 characters: \"" + *name_ + "\"");
+    BookmarkChanges c;
+    c.name = name_;
+    c.separator = separator_;
+    c.genre = genre_;
+    c.trackNum = trackNum_;
+    c.sortArtists = sortArtists_;
+    c.clean = clean_;
+    c.noSplit = noSplit_;
+    if (offset_) {
+        const std::string& text = *offset_;
+        std::string_view digits = text;
+        if (!digits.empty() && (digits[0] == '-' || digits[0] == '+')) digits.remove_prefix(1);
+        bool whole = !digits.empty() && digits.size() <= 9 &&
+                     digits.find_first_not_of("0123456789") == std::string::npos;
+        int value = whole ? intValue(text) : 0;
+        if (!whole || value < Bookmark::kMinRecOffset || value > Bookmark::kMaxRecOffset) {
+            throw UsageError(fmt::format("--offset takes whole seconds from {} to {}, not '{}'",
+                                         Bookmark::kMinRecOffset, Bookmark::kMaxRecOffset, text));
+        }
+        c.recOffset = value;
     }
-    if (Bookmark::checkName(*name_).find_first_not_of(' ') == std::string::npos) {
-        throw UsageError("a bookmark name needs a letter or digit: \"" + *name_ + "\"");
-    }
-}
-
-void BookmarkOptions::applyTo(Bookmark& bookmark) const {
-    check();
-    if (name_) bookmark.setName(*name_);
-    if (trackNum_) bookmark.setTrackNum(*trackNum_);
-    if (sortArtists_) bookmark.setSortArtists(*sortArtists_);
-    if (clean_) bookmark.setClean(*clean_);
-    if (noSplit_) bookmark.setNoSplit(*noSplit_);
-    if (separator_) bookmark.setSeparator(*separator_);
-    if (genre_) bookmark.setGenre(*genre_);
-    if (offset_) bookmark.setRecOffset(offset());
+    c.check();
+    return c;
 }
 
 }  // namespace quillon

@@ -58,6 +58,7 @@ OperationResult resultOf(const DaemonClient::Reply& reply) {
     using Status = OperationResult::Status;
     return OperationResult::failure(reply.status == 400   ? Status::BadInput
                                     : reply.status == 404 ? Status::NotFound
+                                    : reply.status == 409 ? Status::Conflict
                                                           : Status::Failed,
                                     reply.error);
 }

@@ -27,7 +27,7 @@ std::optional<DaemonClient> requireDaemon();
 bool findDaemonForChanges(std::optional<DaemonClient>& daemon);
 
 // A daemon call's reply as the operation's result: 400 is bad input, 404 not
-// found, anything else that failed a failure.
+// found, 409 a conflict, anything else that failed a failure.
 OperationResult resultOf(const DaemonClient::Reply& reply);
 
 // "ID  NAME  STATUS  RECEIVED  RELAY" for `status`, and the header above them.

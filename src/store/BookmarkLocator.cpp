@@ -175,26 +175,4 @@ bool BookmarkLocator::directURL(const std::string& text, const std::string& name
     return true;
 }
 
-BookmarkLocator::Outcome BookmarkLocator::locate(const std::string& location, const std::string& pendingName,
-                                                 double maxSeconds) {
-    Outcome outcome;
-    Callbacks callbacks;
-    callbacks.openEditor = [&outcome](std::shared_ptr<Bookmark> b) { outcome.bookmark = std::move(b); };
-    callbacks.alert = [&outcome](const std::string&, const std::string& message) {
-        outcome.failure = message;
-    };
-    callbacks.liveStream = [&outcome](const std::string& header) { outcome.streamHeader = header; };
-    callbacks.httpHeader = [&outcome](const std::string& header) { outcome.httpHeader = header; };
-    BookmarkLocator locator(std::move(callbacks));
-    locator.getUrl(location, pendingName);
-    if (!MainLoop::main().runUntil([&locator] { return !locator.searching(); }, maxSeconds)) {
-        locator.cancel();
-        outcome.failure = "The request timed out.";
-    }
-    if (!outcome.bookmark && !outcome.streamHeader && !outcome.failure) {
-        outcome.failure = "No stream location found in " + location;
-    }
-    return outcome;
-}
-
 }  // namespace quillon

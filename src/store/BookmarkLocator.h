@@ -60,16 +60,6 @@ public:
     // Playlist text into a fresh bookmark; opens the editor when it is usable.
     void parseURLfromData(std::span<const std::uint8_t> data, const std::string& pendingName);
 
-    // For the command line: makes the bookmark and runs the main loop until the
-    // search has ended or `maxSeconds` have passed.
-    struct Outcome {
-        std::shared_ptr<Bookmark> bookmark;       // what the editor would have shown
-        std::optional<std::string> streamHeader;  // an ICY header that was seen
-        std::optional<std::string> httpHeader;    // the HTTP reply's header, if any
-        std::optional<std::string> failure;       // alert message, or the reason nothing was found
-    };
-    static Outcome locate(const std::string& location, const std::string& pendingName, double maxSeconds);
-
 private:
     struct Search;
 

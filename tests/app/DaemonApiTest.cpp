@@ -15,6 +15,7 @@
 #include "app/Daemon.h"
 #include "app/EventHub.h"
 #include "history/HistoryTestSupport.h"
+#include "store/BookmarkFolder.h"
 #include "store/Preferences.h"
 #include "support/Loopback.h"
 
@@ -230,6 +231,56 @@ TEST_F(DaemonApiTest, HistoryIsListedSearchedDeletedAndAddedTo) {
     ASSERT_EQ(added->status, 201) << added->body;
     EXPECT_EQ(json(added)["tracks"][0]["trackname"], "Alpha - One");
     EXPECT_NE(history->existsInDatabase("Alpha - One"), nullptr);
+}
+
+TEST_F(DaemonApiTest, BookmarksAreMadeFromLocationsAndPlaylistsChangedAndDeleted) {
+    auto station = startStation();
+    std::filesystem::remove_all(BookmarkFolder::defaultFolder());
+    makeFolders(BookmarkFolder::defaultFolder());
+    const std::string url = "http://127.0.0.1:" + std::to_string(station->port()) + "/stream";
+    auto made =
+        call("POST", "/api/bookmarks", R"({"location":")" + url + R"(","name":"Jazz","genre":"Bop"})");
+    ASSERT_EQ(made->status, 201) << made->body;
+    const std::string file = json(made)["file"];
+    EXPECT_TRUE(std::filesystem::exists(file));
+    EXPECT_EQ(json(made)["genre"], "Bop");
+    const std::string pls = "[playlist]\\nFile1=" + url + "\\nTitle1=Dropped\\n";
+    struct Row {
+        const char* method;
+        std::string path;
+        std::string body;
+        int status;
+    };
+    const Row rows[] = {
+        // A name that is taken stays with its bookmark.
+        {"POST", "/api/bookmarks", R"({"location":")" + url + R"(","name":"Jazz"})", 409},
+        {"POST", "/api/bookmarks", R"({"playlist":")" + pls + R"("})", 201},
+        {"POST", "/api/bookmarks", R"({"location":"http://127.0.0.1:1/list.pls"})", 502},
+        {"POST", "/api/bookmarks", R"({"location":"list.pls"})", 400},
+        {"POST", "/api/bookmarks", R"({"location":")" + url + R"(","playlist":"x"})", 400},
+        {"POST", "/api/bookmarks", R"({"location":")" + url + R"(","recOffset":99})", 400},
+        {"POST", "/api/bookmarks", R"({"location":")" + url + R"(","name":"Кино"})", 400},
+        {"GET", "/api/bookmarks/Jazz", "", 200},
+        {"GET", "/api/bookmarks/Nobody", "", 404},
+        {"GET", "/api/bookmarks/../secret", "", 400},
+        {"PUT", "/api/bookmarks/Jazz", R"({"colour":"red"})", 400},
+        {"PUT", "/api/bookmarks/Jazz", R"({"name":"Dropped"})", 409},
+        {"PUT", "/api/bookmarks/Jazz", R"({"name":"Smooth Jazz","trackNum":true})", 200},
+        {"DELETE", "/api/bookmarks/Dropped", "", 200},
+        {"DELETE", "/api/bookmarks/Dropped", "", 404},
+    };
+    for (const Row& row : rows) {
+        auto r = call(row.method, row.path, row.body);
+        ASSERT_TRUE(r) << row.method << " " << row.path;
+        EXPECT_EQ(r->status, row.status)
+            << row.method << " " << row.path << " " << row.body << " -> " << r->body;
+    }
+    auto list = json(call("GET", "/api/bookmarks"))["bookmarks"];
+    ASSERT_EQ(list.size(), 1u) << list.dump();
+    EXPECT_EQ(list[0]["entry"], "Smooth Jazz");
+    EXPECT_EQ(list[0]["trackNum"], true);
+    EXPECT_EQ(list[0]["port"], std::to_string(station->port()));
+    EXPECT_FALSE(std::filesystem::exists(file)) << "renamed, not copied";
 }
 
 TEST_F(DaemonApiTest, CallsWithoutTheTokenOrFromElsewhereAreRefused) {

@@ -1,4 +1,4 @@
-// status, ui, stop, open, record and history changes against a real `quillon serve` child of a
+// status, ui, stop, open, record, bookmark and history changes against a real `quillon serve` child of a
 // home folder of its own, and the same commands without a daemon.
 #include <csignal>
 
@@ -81,6 +81,17 @@ TEST_F(DaemonCommandsTest, CommandsReachTheRunningDaemonAndSayWhenThereIsNone) {
     // By name, as status lists it.
     EXPECT_EQ(quillon({"stop", "Saved"}).out, "Stopped " + opened + ": Saved\n");
     EXPECT_EQ(quillon({"record", "Unsaved"}).status, 2);  // an unknown bookmark is bad input
+
+    // Bookmark changes: the daemon fetches the location and writes the file.
+    auto other = quillon({"bookmark", "add", radio->url(), "--name", "Other", "--json"});
+    ASSERT_EQ(other.status, 0) << other.err;
+    EXPECT_EQ(nlohmann::json::parse(other.out)["file"], bookmarkFile("Other"));
+    EXPECT_EQ(quillon({"bookmark", "add", radio->url(), "--name", "Other"}).status, 2);  // taken
+    auto edited = quillon({"bookmark", "edit", "Other", "--genre", "Talk", "--json"});
+    ASSERT_EQ(edited.status, 0) << edited.err;
+    EXPECT_EQ(nlohmann::json::parse(edited.out)["genre"], "Talk");
+    EXPECT_EQ(quillon({"bookmark", "rm", "Other"}).out, "Removed " + bookmarkFile("Other") + "\n");
+    EXPECT_EQ(quillon({"bookmark", "rm", "Other"}).status, 2);
 
     // History changes go to the daemon's history: the track it entered is the
     // one it then deletes, and its day file says so once it has stopped.
