@@ -36,6 +36,8 @@ struct StationArgs {
     bool silentAfterHeader = false;
     bool emptyTitles = false;
     bool blankTitles = false;
+    bool chunked = false;
+    std::optional<std::uint64_t> badChunkAt;
 };
 
 StationOptions stationOptions(const StationArgs& a) {
@@ -60,6 +62,8 @@ StationOptions stationOptions(const StationArgs& a) {
     o.redirectTo = a.redirectTo;
     o.refuse = a.refuse;
     o.silentAfterHeader = a.silentAfterHeader;
+    o.chunked = a.chunked;
+    o.badChunkAt = a.badChunkAt;
     o.emptyTitles = a.emptyTitles   ? EmptyTitles::zeroLength
                     : a.blankTitles ? EmptyTitles::blank
                                     : EmptyTitles::none;
@@ -133,6 +137,10 @@ void addStationCommand(CLI::App& app, CommandRunner& runner) {
     cmd->add_flag("--silent-after-header", args->silentAfterHeader, "Send the header, then nothing");
     cmd->add_flag("--empty-titles", args->emptyTitles, "Send only zero-length metadata blocks");
     cmd->add_flag("--blank-titles", args->blankTitles, "Send StreamTitle='' in every metadata block");
+    cmd->add_flag("--chunked", args->chunked,
+                  "Answer HTTP/1.1 with the stream in chunks of varying sizes (needs --status http)");
+    cmd->add_option("--bad-chunk-at", args->badChunkAt,
+                    "With --chunked: send a malformed chunk size line after this many audio bytes");
     cmd->callback([args, &runner] { runner = [args] { return runStation(*args); }; });
 }
 

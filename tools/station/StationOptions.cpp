@@ -66,6 +66,8 @@ void validate(const StationOptions& o) {
         if (url.find_first_of("\r\n") != std::string_view::npos) fail("redirect target has a line break");
     }
     if (o.redirectTo && o.refuse) fail("choose either a redirect or a refusal");
+    if (o.chunked && o.status != StationStatus::http) fail("chunked answers need the http status line");
+    if (o.badChunkAt && !o.chunked) fail("a bad chunk needs chunked answers");
     for (const std::string* text : {&o.name, &o.genre, &o.url}) {
         if (text->find_first_of("\r\n") != std::string::npos) fail("header texts cannot hold line breaks");
     }

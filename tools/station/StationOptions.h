@@ -33,6 +33,8 @@ struct StationOptions {
     std::string name = "Quillon Test Station";
     std::string genre = "Test";
     std::string url = "http://127.0.0.1/";
+    // Answer "HTTP/1.1 200 OK" with the body in chunks (needs the http status).
+    bool chunked = false;
 
     // Faults on demand.
     std::optional<std::uint64_t> closeAfter;  // hang up after this many audio bytes
@@ -44,6 +46,9 @@ struct StationOptions {
     std::optional<int> refuse;                // answer with this error status (400..599)
     bool silentAfterHeader = false;           // send the header, then nothing
     EmptyTitles emptyTitles = EmptyTitles::none;
+    // With chunked answers: once this many audio bytes are sent, a size line
+    // that is no hex number, then nothing more (the connection stays open).
+    std::optional<std::uint64_t> badChunkAt;
 };
 
 // Throws std::invalid_argument with a one-line reason when the options cannot
