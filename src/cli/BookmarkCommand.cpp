@@ -1,7 +1,7 @@
 #include "cli/BookmarkCommand.h"
 
-#include "cli/BookmarkOptions.h"
 #include "app/LocationBookmark.h"
+#include "cli/BookmarkOptions.h"
 
 #include <cstdio>
 #include <filesystem>
@@ -106,6 +106,7 @@ nlohmann::json record(const Bookmark& b, const std::string& file) {
     j["sortArtists"] = b.sortArtists();
     j["trackNum"] = b.trackNum();
     j["recOffset"] = b.recOffset();
+    j["titleEncoding"] = b.titleEncoding();
     j["file"] = file;
     return j;
 }

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "engine/TitleEncoding.h"
 #include "platform/TextUtil.h"
 #include "store/Bookmark.h"
 
@@ -57,6 +58,9 @@ void BookmarkOptions::addTo(CLI::App& command, const std::string& nameHelp) {
             fmt::format("Move each cut this many whole seconds later (negative: earlier), from {} to {} "
                         "(default 0)",
                         Bookmark::kMinRecOffset, Bookmark::kMaxRecOffset));
+    addText(command, "--title-encoding", "ENCODING", titleEncoding_,
+            "The encoding of the stream's titles: " + TitleEncoding::choices() +
+                " (default auto: UTF-8 when valid, else Latin-1, CP1251 or CP1252 as the title looks)");
 }
 
 int BookmarkOptions::offset() const {
@@ -76,6 +80,10 @@ int BookmarkOptions::offset() const {
 void BookmarkOptions::check() const {
     if (!conflict_.empty()) throw UsageError(conflict_);
     if (offset_) offset();
+    if (titleEncoding_ && !TitleEncoding::fromName(*titleEncoding_)) {
+        throw UsageError("--title-encoding takes " + TitleEncoding::choices() + ", not '" + *titleEncoding_ +
+                         "'");
+    }
     if (!name_) return;
     if (name_->empty()) throw UsageError("the bookmark name is empty");
     if (!Bookmark::isLatin1(*name_)) {
@@ -96,6 +104,10 @@ void BookmarkOptions::applyTo(Bookmark& bookmark) const {
     if (separator_) bookmark.setSeparator(*separator_);
     if (genre_) bookmark.setGenre(*genre_);
     if (offset_) bookmark.setRecOffset(offset());
+    // Stored under its canonical name, whatever alias was typed.
+    if (titleEncoding_)
+        bookmark.setTitleEncoding(
+            std::string(TitleEncoding::name(*TitleEncoding::fromName(*titleEncoding_))));
 }
 
 }  // namespace quillon

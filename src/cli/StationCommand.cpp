@@ -38,6 +38,7 @@ struct StationArgs {
     bool blankTitles = false;
     bool chunked = false;
     std::optional<std::uint64_t> badChunkAt;
+    std::string titleEncoding;
 };
 
 StationOptions stationOptions(const StationArgs& a) {
@@ -62,6 +63,7 @@ StationOptions stationOptions(const StationArgs& a) {
     o.redirectTo = a.redirectTo;
     o.refuse = a.refuse;
     o.silentAfterHeader = a.silentAfterHeader;
+    o.titleEncoding = a.titleEncoding;
     o.chunked = a.chunked;
     o.badChunkAt = a.badChunkAt;
     o.emptyTitles = a.emptyTitles   ? EmptyTitles::zeroLength
@@ -128,6 +130,8 @@ void addStationCommand(CLI::App& app, CommandRunner& runner) {
     cmd->add_option("--name", args->name, "Station name")->capture_default_str();
     cmd->add_option("--genre", args->genre, "Station genre")->capture_default_str();
     cmd->add_option("--url", args->url, "Station URL")->capture_default_str();
+    cmd->add_option("--title-encoding", args->titleEncoding,
+                    "Send the titles in this encoding (cp1251, latin1, cp1252, ...; default: UTF-8)");
     cmd->add_flag("--repeat-titles", args->repeatTitles, "Repeat the current title in every metadata block");
     cmd->add_option("--close-after", args->closeAfter, "Hang up after this many audio bytes");
     cmd->add_option("--bad-meta-at", args->badMetaAt,

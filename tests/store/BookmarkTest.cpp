@@ -72,6 +72,7 @@ TEST(Bookmark, NewBookmarkDefaults) {
     EXPECT_EQ(b.separator(), " - ");
     EXPECT_FALSE(b.clean() || b.noSplit() || b.sortArtists() || b.trackNum());
     EXPECT_EQ(b.recOffset(), 0);
+    EXPECT_EQ(b.titleEncoding(), "auto");
     EXPECT_FALSE(b.authentication().has_value());
     EXPECT_FALSE(b.name().has_value());
     EXPECT_EQ(b.container().size(), 1u);  // only the separator
@@ -90,6 +91,16 @@ TEST(Bookmark, AccessorsUseTheirKeys) {
     b.setHost(std::string("h"));
     b.setHost(std::nullopt);
     EXPECT_EQ(b.host(), "h");
+    // Stored only when chosen, so a bookmark that never chose stays as it was.
+    b.setTitleEncoding("CP1251");
+    EXPECT_EQ(b.objectForKey("titleEncoding"), PlistValue("CP1251"));
+    EXPECT_EQ(b.titleEncoding(), "CP1251");
+    for (const char* none : {"auto", ""}) {
+        b.setTitleEncoding("CP1251");
+        b.setTitleEncoding(none);
+        EXPECT_FALSE(b.objectForKey("titleEncoding").has_value()) << none;
+        EXPECT_EQ(b.titleEncoding(), "auto");
+    }
 }
 
 TEST(Bookmark, AuthenticationNeedsBothParts) {
