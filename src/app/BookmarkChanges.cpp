@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include "app/BadInput.h"
+#include "engine/TitleEncoding.h"
 #include "store/Bookmark.h"
 
 namespace quillon {
@@ -36,8 +37,8 @@ void read(const nlohmann::json& body, const char* field, std::optional<T>& into)
 
 BookmarkChanges BookmarkChanges::fromJson(const nlohmann::json& body,
                                           std::initializer_list<const char*> also) {
-    static const char* const known[] = {"name",  "separator",   "genre",   "trackNum",
-                                        "clean", "sortArtists", "noSplit", "recOffset"};
+    static const char* const known[] = {"name",        "separator", "genre",     "trackNum",     "clean",
+                                        "sortArtists", "noSplit",   "recOffset", "titleEncoding"};
     for (const auto& [key, value] : body.items()) {
         bool ok = std::find(std::begin(known), std::end(known), key) != std::end(known) ||
                   std::find(also.begin(), also.end(), key) != also.end();
@@ -52,6 +53,7 @@ BookmarkChanges BookmarkChanges::fromJson(const nlohmann::json& body,
     read(body, "clean", c.clean);
     read(body, "noSplit", c.noSplit);
     read(body, "recOffset", c.recOffset);
+    read(body, "titleEncoding", c.titleEncoding);
     c.check();
     return c;
 }
@@ -69,6 +71,7 @@ nlohmann::json BookmarkChanges::toJson() const {
     put("clean", clean);
     put("noSplit", noSplit);
     put("recOffset", recOffset);
+    put("titleEncoding", titleEncoding);
     return j;
 }
 
@@ -76,6 +79,9 @@ void BookmarkChanges::check() const {
     if (recOffset && (*recOffset < Bookmark::kMinRecOffset || *recOffset > Bookmark::kMaxRecOffset)) {
         throw BadInput(fmt::format("the offset takes whole seconds from {} to {}, not {}",
                                    Bookmark::kMinRecOffset, Bookmark::kMaxRecOffset, *recOffset));
+    }
+    if (titleEncoding && !TitleEncoding::fromName(*titleEncoding)) {
+        throw BadInput("titleEncoding takes " + TitleEncoding::choices() + ", not '" + *titleEncoding + "'");
     }
     if (!name) return;
     if (name->empty()) throw BadInput("the bookmark name is empty");
@@ -95,6 +101,9 @@ void BookmarkChanges::applyTo(Bookmark& bookmark) const {
     if (separator) bookmark.setSeparator(*separator);
     if (genre) bookmark.setGenre(*genre);
     if (recOffset) bookmark.setRecOffset(*recOffset);
+    // Stored under its canonical name, whatever alias was given.
+    if (titleEncoding)
+        bookmark.setTitleEncoding(std::string(TitleEncoding::name(*TitleEncoding::fromName(*titleEncoding))));
 }
 
 }  // namespace quillon

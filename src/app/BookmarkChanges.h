@@ -4,7 +4,7 @@
 // JSON both come here, so that one place checks the values.
 //
 // JSON fields: name, trackNum, sortArtists, clean, noSplit (bool), separator,
-// genre (text), recOffset (whole seconds).
+// genre, titleEncoding (text), recOffset (whole seconds).
 //
 // Thread contract: a plain value.
 #include <optional>
@@ -17,7 +17,7 @@ namespace quillon {
 class Bookmark;
 
 struct BookmarkChanges {
-    std::optional<std::string> name, separator, genre;
+    std::optional<std::string> name, separator, genre, titleEncoding;
     std::optional<bool> trackNum, sortArtists, clean, noSplit;
     std::optional<int> recOffset;
 
@@ -27,7 +27,8 @@ struct BookmarkChanges {
     // The values given, as fromJson reads them.
     nlohmann::json toJson() const;
     // Throws BadInput for a value the bookmark cannot take: a name that is
-    // empty, not Latin-1 or without a letter or digit; an offset out of range.
+    // empty, not Latin-1 or without a letter or digit; an offset out of range;
+    // an unknown title encoding.
     void check() const;
     // Sets every value given (check() first).
     void applyTo(Bookmark& bookmark) const;

@@ -107,6 +107,7 @@ nlohmann::json BookmarkOperations::record(const Bookmark& b, const std::string& 
             {"sortArtists", b.sortArtists()},
             {"trackNum", b.trackNum()},
             {"recOffset", b.recOffset()},
+            {"titleEncoding", b.titleEncoding()},
             {"file", file}};
 }
 

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "engine/TitleEncoding.h"
 #include "platform/TextUtil.h"
 #include "store/Bookmark.h"
 
@@ -57,6 +58,9 @@ void BookmarkOptions::addTo(CLI::App& command, const std::string& nameHelp) {
             fmt::format("Move each cut this many whole seconds later (negative: earlier), from {} to {} "
                         "(default 0)",
                         Bookmark::kMinRecOffset, Bookmark::kMaxRecOffset));
+    addText(command, "--title-encoding", "ENCODING", titleEncoding_,
+            "The encoding of the stream's titles: " + TitleEncoding::choices() +
+                " (default auto: UTF-8 when valid, else Latin-1, CP1251 or CP1252 as the title looks)");
 }
 
 BookmarkChanges BookmarkOptions::changes() const {
@@ -69,6 +73,11 @@ BookmarkChanges BookmarkOptions::changes() const {
     c.sortArtists = sortArtists_;
     c.clean = clean_;
     c.noSplit = noSplit_;
+    if (titleEncoding_ && !TitleEncoding::fromName(*titleEncoding_)) {
+        throw UsageError("--title-encoding takes " + TitleEncoding::choices() + ", not '" + *titleEncoding_ +
+                         "'");
+    }
+    c.titleEncoding = titleEncoding_;
     if (offset_) {
         const std::string& text = *offset_;
         std::string_view digits = text;

@@ -27,7 +27,7 @@ public:
 
 private:
     std::optional<bool> trackNum_, sortArtists_, clean_, noSplit_;
-    std::optional<std::string> separator_, genre_, offset_, name_;
+    std::optional<std::string> separator_, genre_, offset_, name_, titleEncoding_;
     std::string conflict_;  // a switch given both ways
 };
 

@@ -9,6 +9,7 @@
 #include "app/LocationBookmark.h"
 #include "cli/DaemonCalls.h"
 #include "cli/RecordSession.h"
+#include "engine/TitleEncoding.h"
 #include "platform/TextUtil.h"
 #include "store/Bookmark.h"
 
@@ -51,6 +52,13 @@ int recordInForeground(const RecordArgs& args) {
     options.listen = args.listen;
     options.folder = args.folder.empty() ? RecordSession::defaultFolder() : args.folder;
     options.statusLine = !args.quiet;
+    std::optional<TitleEncoding::Charset> charset;
+    if (!args.titleEncoding.empty()) {
+        charset = TitleEncoding::fromName(args.titleEncoding);
+        if (!charset)
+            throw UsageError("--title-encoding takes " + TitleEncoding::choices() + ", not '" +
+                             args.titleEncoding + "'");
+    }
     std::vector<std::shared_ptr<Bookmark>> bookmarks;
     for (const auto& location : args.locations) {
         std::string failure;
@@ -59,6 +67,8 @@ int recordInForeground(const RecordArgs& args) {
             std::fprintf(stderr, "quillon: %s\n", failure.c_str());
             return 1;
         }
+        // For this run only: a bookmark file is not changed by it.
+        if (charset) bookmark->setTitleEncoding(std::string(TitleEncoding::name(*charset)));
         bookmarks.push_back(std::move(bookmark));
     }
     bookmarks = RecordSession::namedApart(bookmarks);
@@ -104,12 +114,14 @@ int recordOnDaemon(const DaemonClient& daemon, const RecordArgs& args) {
 
 int runRecord(const RecordArgs& args) {
     if (args.foreground) return recordInForeground(args);
-    const bool foregroundOnly = !args.duration.empty() || !args.folder.empty() || args.quiet;
+    const bool foregroundOnly =
+        !args.duration.empty() || !args.folder.empty() || args.quiet || !args.titleEncoding.empty();
     DaemonLookup found = DaemonClient::find();
     if (!found.client && found.problem.empty()) return recordInForeground(args);
     if (foregroundOnly) {
         std::fprintf(stderr,
-                     "quillon: --for, --to and -q belong to a recording in the foreground: recording here, "
+                     "quillon: --for, --to, -q and --title-encoding belong to a recording in the foreground: "
+                     "recording here, "
                      "not in the running daemon\n");
         return recordInForeground(args);
     }
@@ -137,8 +149,12 @@ void addRecordCommand(CLI::App& app, CommandRunner& runner) {
     cmd->add_option("--to", args->folder,
                     "Recordings folder for this run (default: the configured one, else ~/Music)");
     cmd->add_flag("-q,--quiet", args->quiet, "No live status line");
+    cmd->add_option("--title-encoding", args->titleEncoding,
+                    "The encoding of the stream's titles for this run: " + TitleEncoding::choices() +
+                        " (default: each bookmark's own, else auto: detected per title)");
     cmd->add_flag("--foreground", args->foreground,
-                  "Record in this process even when quillon serve runs (implied by --for, --to and -q)");
+                  "Record in this process even when quillon serve runs (implied by --for, --to, -q and "
+                  "--title-encoding)");
     cmd->footer(
         "While quillon serve runs, the connections start in the daemon instead: one line per started\n"
         "connection, then exit 0 (see them with quillon status, stop them with quillon stop).\n"

@@ -21,6 +21,7 @@ struct RecordArgs {
     bool listen = false;
     bool quiet = false;
     bool foreground = false;
+    std::string titleEncoding;  // empty: each bookmark's own choice
 };
 
 // Records in this process, whether or not a daemon runs, and returns the exit

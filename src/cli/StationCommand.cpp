@@ -36,6 +36,9 @@ struct StationArgs {
     bool silentAfterHeader = false;
     bool emptyTitles = false;
     bool blankTitles = false;
+    bool chunked = false;
+    std::optional<std::uint64_t> badChunkAt;
+    std::string titleEncoding;
 };
 
 StationOptions stationOptions(const StationArgs& a) {
@@ -60,6 +63,9 @@ StationOptions stationOptions(const StationArgs& a) {
     o.redirectTo = a.redirectTo;
     o.refuse = a.refuse;
     o.silentAfterHeader = a.silentAfterHeader;
+    o.titleEncoding = a.titleEncoding;
+    o.chunked = a.chunked;
+    o.badChunkAt = a.badChunkAt;
     o.emptyTitles = a.emptyTitles   ? EmptyTitles::zeroLength
                     : a.blankTitles ? EmptyTitles::blank
                                     : EmptyTitles::none;
@@ -124,6 +130,8 @@ void addStationCommand(CLI::App& app, CommandRunner& runner) {
     cmd->add_option("--name", args->name, "Station name")->capture_default_str();
     cmd->add_option("--genre", args->genre, "Station genre")->capture_default_str();
     cmd->add_option("--url", args->url, "Station URL")->capture_default_str();
+    cmd->add_option("--title-encoding", args->titleEncoding,
+                    "Send the titles in this encoding (cp1251, latin1, cp1252, ...; default: UTF-8)");
     cmd->add_flag("--repeat-titles", args->repeatTitles, "Repeat the current title in every metadata block");
     cmd->add_option("--close-after", args->closeAfter, "Hang up after this many audio bytes");
     cmd->add_option("--bad-meta-at", args->badMetaAt,
@@ -133,6 +141,10 @@ void addStationCommand(CLI::App& app, CommandRunner& runner) {
     cmd->add_flag("--silent-after-header", args->silentAfterHeader, "Send the header, then nothing");
     cmd->add_flag("--empty-titles", args->emptyTitles, "Send only zero-length metadata blocks");
     cmd->add_flag("--blank-titles", args->blankTitles, "Send StreamTitle='' in every metadata block");
+    cmd->add_flag("--chunked", args->chunked,
+                  "Answer HTTP/1.1 with the stream in chunks of varying sizes (needs --status http)");
+    cmd->add_option("--bad-chunk-at", args->badChunkAt,
+                    "With --chunked: send a malformed chunk size line after this many audio bytes");
     cmd->callback([args, &runner] { runner = [args] { return runStation(*args); }; });
 }
 

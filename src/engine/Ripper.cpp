@@ -31,6 +31,8 @@ constexpr int kMaxAttempts = 10;
 // the attempt instead of being followed at thousands of connections a second.
 constexpr int kMaxRedirects = 10;
 constexpr std::string_view kDiskError = QLNBuffer::kDiskError;
+// The name of the failure raised for a stream whose transfer framing is broken.
+constexpr std::string_view kStreamError = "Stream framing error";
 
 // The port of a redirection's address: its own, else the scheme's.
 std::string redirectPort(const Url& url) {
@@ -395,6 +397,7 @@ void Ripper::startRipping(std::shared_ptr<TCPSocket> socket) {
                 std::lock_guard info(infoMutex_);
                 connectionDate_ = std::chrono::system_clock::now();
             } catch (const NamedException& e) {
+                if (e.name() == kStreamError) throw;
                 // One failed attempt; its reason is worth a line of its own.
                 Log::line(e.reason());
                 lastFailure = e.reason();
@@ -417,12 +420,12 @@ void Ripper::startRipping(std::shared_ptr<TCPSocket> socket) {
         if (state_ >= State::Recording) {
             readStreaming(*socket);
             finishRecording();
-            if (endReason_ == EndReason::DiskError) showDiskError();
+            if (endReason_ == EndReason::DiskError) showFailure();
         } else if (connected && off_) {
             // Stopped just as streaming began: what came is kept all the same.
             keepArrived(*socket);
             finishRecording();
-            if (endReason_ == EndReason::DiskError) showDiskError();
+            if (endReason_ == EndReason::DiskError) showFailure();
         } else {
             --errorCount_;
             setEnd(EndReason::Refused, lastFailure.empty() ? "Cannot connect to server" : lastFailure);
@@ -431,12 +434,13 @@ void Ripper::startRipping(std::shared_ptr<TCPSocket> socket) {
         }
     } catch (const NamedException& e) {
         ++errorCount_;
-        // A disk error is logged below, with the connection's name.
-        if (e.name() != kDiskError) Log::line(e.reason());
+        // A disk error and a framing error are logged below, with the connection's name.
+        if (e.name() != kDiskError && e.name() != kStreamError) Log::line(e.reason());
         finishRecording();
         if (e.name() == kDiskError) setEnd(EndReason::DiskError, e.reason());
-        if (endReason_ == EndReason::DiskError) {
-            showDiskError();
+        if (e.name() == kStreamError) setEnd(EndReason::Lost, e.reason());
+        if (endReason_ == EndReason::DiskError || e.name() == kStreamError) {
+            showFailure();
             return;
         }
         if (!off_) setEnd(EndReason::Lost, e.reason());
@@ -456,9 +460,11 @@ void Ripper::startRipping(std::shared_ptr<TCPSocket> socket) {
     }
 }
 
-void Ripper::showDiskError() {
+void Ripper::showFailure() {
     // Deliberate: a disk that cannot take the audio ends the connection loudly
-    // instead of recording on into nothing; no reconnect helps.
+    // instead of recording on into nothing; no reconnect helps. So does a
+    // server whose chunks cannot be told apart: what follows could not be
+    // trusted to be the stream.
     userClose();
     const std::string text = endReasonText();
     Log::line(fmt::format("{}: {}", connName(), text));
@@ -552,8 +558,8 @@ void Ripper::readStreaming(TCPSocket& socket) {
             throw;
         }
         keepReceived(got);
-        if (got != want) {
-            // A short read is the stream's end (or the user's stop).
+        if (got != want || chunksEnded()) {
+            // A short read is the stream's end (or the user's stop), and so is the last chunk.
             if (!off_) setEnd(EndReason::ServerEnded, "");
             throw NamedException("Stream lost sync", "Stream lost sync");
         }
@@ -569,9 +575,23 @@ void Ripper::keepArrived(TCPSocket& socket) {
 
 void Ripper::keepReceived(std::size_t count) {
     bytesRead_ += count;
-    std::lock_guard lock(bufferLock_);
-    demuxer_.append(std::span<const std::uint8_t>(readScratch_.data(), count));
+    std::span<const std::uint8_t> received(readScratch_.data(), count);
+    if (chunks_) {
+        // The meta interval counts the stream's own bytes: the chunk framing goes first.
+        unchunked_.clear();
+        chunks_->decode(received, unchunked_);
+        received = unchunked_;
+    }
+    {
+        std::lock_guard lock(bufferLock_);
+        demuxer_.append(received);
+    }
+    // What was decoded before the break is kept; nothing after it is.
+    if (chunks_ && chunks_->status() == ChunkedDecoder::Status::Malformed)
+        throw NamedException(std::string(kStreamError), chunks_->error());
 }
+
+bool Ripper::chunksEnded() const { return chunks_ && chunks_->status() == ChunkedDecoder::Status::Ended; }
 
 void Ripper::finishRecording() {
     // Deliberate: what the lookahead and the delay line hold is written out at
@@ -613,6 +633,7 @@ void Ripper::startDataLoader() {
 
 int Ripper::connect(TCPSocket& socket) {
     setValues(kDefaultBlockSize, false, State::Connecting, 0);
+    chunks_.reset();
     std::string request = logHeader();
     socket.writeString(request, timing().streamReadTimeout);
     static constexpr std::uint8_t kEnd[] = {'\r', '\n', '\r', '\n'};
@@ -627,8 +648,10 @@ int Ripper::connect(TCPSocket& socket) {
         setState(State::Recording);
         return 0;
     }
-    if (auto location = VoObject::returnStringInData(header, "Location: ", "\r\n")) {
-        auto url = Url::parse(*location);
+    // Deliberate: found without regard to case, as every header key, and
+    // with or without a blank after the colon.
+    if (auto location = StreamHeader::lineValue(header, "location:")) {
+        auto url = Url::parse(std::string(trimmedBlanks(*location)));
         if (!url) return -1;
         bookmark_->setHost(url->host);
         bookmark_->setPort(redirectPort(*url));
@@ -653,14 +676,19 @@ int Ripper::connect(TCPSocket& socket) {
     setValues(static_cast<unsigned>(parsed.metaInt()), parsed.hasMeta(), State::Recording,
               static_cast<unsigned>(parsed.bitRate()));
 
-    std::size_t want = bufferSize_ + IcyDemuxer::kLookahead;
+    if (parsed.chunked()) chunks_.emplace();
+    const std::size_t want = bufferSize_ + IcyDemuxer::kLookahead;
     readScratch_.resize(want);
-    std::size_t got = socket.readBytesToBuffer(readScratch_.data(), static_cast<std::int64_t>(want),
-                                               timing().streamReadTimeout);
-    bytesRead_ += got;
-    {
+    // The first block and the lookahead; chunk framing takes room on the wire,
+    // so a chunked stream may take more than one read to fill them.
+    for (std::size_t held = 0; held < want && !chunksEnded();) {
+        const std::size_t ask = want - held;
+        const std::size_t got = socket.readBytesToBuffer(readScratch_.data(), static_cast<std::int64_t>(ask),
+                                                         timing().streamReadTimeout);
+        keepReceived(got);
+        if (got < ask) break;
         std::lock_guard lock(bufferLock_);
-        demuxer_.append(std::span<const std::uint8_t>(readScratch_.data(), got));
+        held = demuxer_.held();
     }
     if (!getData(blockScratch_, false)) {
         setState(State::Connecting);

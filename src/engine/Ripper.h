@@ -30,6 +30,7 @@
 #include "engine/StreamHeader.h"
 #include "engine/TrackHistory.h"
 #include "engine/TrackSink.h"
+#include "net/ChunkedDecoder.h"
 #include "platform/ByteBuffer.h"
 #include "platform/FileHandle.h"
 #include "platform/MainLoop.h"
@@ -142,8 +143,12 @@ private:
     int connect(TCPSocket& socket);
     void dataLoaderTimer();
     void readStreaming(TCPSocket& socket);
-    // Counts the first `count` bytes of the read scratch and hands them to the demuxer.
+    // Counts the first `count` bytes of the read scratch and hands them to the
+    // demuxer, unchunked first when the server sends chunks. Raises
+    // kStreamError when the chunk framing is broken.
     void keepReceived(std::size_t count);
+    // The server sent the last chunk: the stream is over.
+    bool chunksEnded() const;
     // Keeps whatever the socket has received and not yet given out.
     void keepArrived(TCPSocket& socket);
     void setState(State state);
@@ -162,8 +167,9 @@ private:
     void setEnd(EndReason reason, const std::string& text);
     // Tells the rule that the connection is closed and forgets it (main thread).
     void detachTimer();
-    // Ends the connection for good with the disk error as its status text and a log line.
-    void showDiskError();
+    // Ends the connection for good with its end reason as its status text and
+    // a log line (a disk error, a broken stream framing).
+    void showFailure();
     // Fills the next audio block from the demuxer; `atEnd` also takes what the
     // lookahead holds back.
     bool getData(Bytes& block, bool atEnd);
@@ -217,6 +223,9 @@ private:
     Bytes blockScratch_;
     Bytes firstBlock_;  // the first block of a connection, cut before its first file opened
     Bytes metaScratch_;
+    // Connection thread only: set by each header that announces chunks.
+    std::optional<ChunkedDecoder> chunks_;
+    Bytes unchunked_;
 
     // Shared so that opening the player needs no lock while it runs.
     std::shared_ptr<ConnectionRelay> relay_;

@@ -40,7 +40,12 @@ void Ripper::handToLibrary(const std::string& path) {
 
 void Ripper::getName(const Bytes& metadata) {
     if (!useMeta_) return;
-    if (auto title = TrackSplitPolicy::titleFromMetadata(metadata, bookmark_->clean())) setFileName(*title);
+    // An encoding name the engine does not know (a bookmark file edited by
+    // hand) reads as the default, detection.
+    const auto charset =
+        TitleEncoding::fromName(bookmark_->titleEncoding()).value_or(TitleEncoding::Charset::Auto);
+    if (auto title = TrackSplitPolicy::titleFromMetadata(metadata, bookmark_->clean(), charset))
+        setFileName(*title);
 }
 
 std::string Ripper::genericTitle() {

@@ -31,16 +31,34 @@ StreamHeader::StreamHeader()
 
 int StreamHeader::parseHeader(std::string_view header) { return parseHeader(asBytes(header)); }
 
+std::optional<std::string> StreamHeader::lineValue(std::span<const std::uint8_t> header,
+                                                   std::string_view key) {
+    const std::string wanted = toLowerAscii(key);
+    std::string_view rest = asText(header);
+    while (true) {
+        const auto end = rest.find("\r\n");
+        // A line without its line end holds no value.
+        if (end == std::string_view::npos) return std::nullopt;
+        const std::string_view line = rest.substr(0, end);
+        if (line.size() >= wanted.size() && toLowerAscii(line.substr(0, wanted.size())) == wanted)
+            return std::string(line.substr(wanted.size()));
+        rest.remove_prefix(end + 2);
+    }
+}
+
 int StreamHeader::parseHeader(std::span<const std::uint8_t> header) {
     streamInfos_.clear();
     streamInfos_.emplace(kNotAvailable, kNotAvailable);
     for (const std::string& key : infoTypes_) {
+        // Deliberate: keys are matched at the start of a line and without
+        // regard to case, because servers and the proxies in front of them
+        // send "Icy-MetaInt:" or "ICY-METAINT:" as well, and a key found
+        // inside another line's value ("icy-name:Spicy 101") is no key.
         // Raw bytes: the rebuilt header must give the listeners what the server sent.
-        auto behind = returnDataInDataAfter(header, key);
-        if (!behind) continue;
-        auto value = returnDataInDataBefore(*behind, "\r\n");
-        if (value) streamInfos_.emplace(key, std::string(asText(*value)));
+        if (auto value = lineValue(header, key)) streamInfos_.emplace(key, std::move(*value));
     }
+    contentType_ = std::string(trimmedBlanks(lineValue(header, "content-type:").value_or("")));
+    chunked_ = false;
     updateError();
     updateServerType();
 
@@ -67,17 +85,18 @@ int StreamHeader::parseHeader(std::span<const std::uint8_t> header) {
         // Deliberate: refused rather than kept as sent, because the connection
         // sizes its buffers by it; "-5" or "2147483648" would have it allocate
         // gigabytes on a server's word.
-        if (!error_) errorType_ = "Invalid meta interval: " + printable(utf8Prefix(valueOr("icy-metaint:"), 32));
+        if (!error_)
+            errorType_ = "Invalid meta interval: " + printable(utf8Prefix(valueOr("icy-metaint:"), 32));
         error_ = true;
         metaInt_ = 0;
     }
     hasMeta_ = metaInt_ > 0;
+    updateTransferCoding(lineValue(header, "transfer-encoding:").value_or(""));
     return static_cast<int>(streamInfos_.size());
 }
 
 std::optional<int> StreamHeader::checkedMetaInt(std::string_view value) {
-    while (!value.empty() && (value.front() == ' ' || value.front() == '\t')) value.remove_prefix(1);
-    while (!value.empty() && (value.back() == ' ' || value.back() == '\t')) value.remove_suffix(1);
+    value = trimmedBlanks(value);
     if (value.empty()) return 0;  // no such line: no metadata
     if (value.size() > 6 || value.find_first_not_of("0123456789") != std::string_view::npos)
         return std::nullopt;
@@ -95,6 +114,27 @@ std::optional<std::string> StreamHeader::getValueForKey(std::string_view key) co
 std::string StreamHeader::valueOr(std::string_view key) const {
     auto it = streamInfos_.find(key);
     return it == streamInfos_.end() ? std::string() : it->second;
+}
+
+void StreamHeader::updateTransferCoding(const std::string& value) {
+    // A list of codings, the last applied last: only "chunked" (and the
+    // no-op "identity") can be undone here.
+    std::string unsupported;
+    std::string_view rest = value;
+    while (!rest.empty()) {
+        const auto comma = rest.find(',');
+        const std::string coding = toLowerAscii(trimmedBlanks(rest.substr(0, comma)));
+        if (coding == "chunked") {
+            chunked_ = true;
+        } else if (!coding.empty() && coding != "identity") {
+            unsupported = coding;
+        }
+        if (comma == std::string_view::npos) break;
+        rest.remove_prefix(comma + 1);
+    }
+    if (unsupported.empty()) return;
+    if (!error_) errorType_ = "Unsupported transfer encoding: " + printable(utf8Prefix(unsupported, 32));
+    error_ = true;
 }
 
 void StreamHeader::updateError() {

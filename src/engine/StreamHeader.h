@@ -28,9 +28,15 @@ public:
 
     StreamHeader();
 
+    // The value of the first line of `header` that begins with `key`, compared
+    // without regard to case, up to that line's "\r\n"; nothing when no line
+    // does. Pure.
+    static std::optional<std::string> lineValue(std::span<const std::uint8_t> header, std::string_view key);
+
     // Parses the header bytes (up to and including the blank line) and returns
     // the number of entries found, the "N/A" entry included. Values are kept as
     // the server sent them: the text behind the key up to the next "\r\n".
+    // Keys are found at the start of a line, without regard to case.
     int parseHeader(std::span<const std::uint8_t> header);
     int parseHeader(std::string_view header);
 
@@ -65,11 +71,20 @@ public:
     // and reads as 0.
     int metaInt() const { return metaInt_; }
     bool hasMeta() const { return hasMeta_; }
+    // The "Content-Type:" value, blanks trimmed (empty when absent). Not part
+    // of the rebuilt header: the relay's listeners get what they always got.
+    const std::string& contentType() const { return contentType_; }
+    // The body arrives in chunks ("Transfer-Encoding: chunked"); the relay and
+    // the files get it unchunked. Any other transfer coding makes the header
+    // an error ("Unsupported transfer encoding: ..."): the audio could not be
+    // told from its coding.
+    bool chunked() const { return chunked_; }
 
 private:
     std::string valueOr(std::string_view key) const;
     void updateError();
     void updateServerType();
+    void updateTransferCoding(const std::string& value);
 
     std::map<std::string, std::string, std::less<>> streamInfos_;
     std::vector<std::string> infoTypes_;
@@ -83,6 +98,8 @@ private:
     int bitRate_ = 0;
     int metaInt_ = 0;
     bool hasMeta_ = false;
+    std::string contentType_;
+    bool chunked_ = false;
 };
 
 }  // namespace quillon

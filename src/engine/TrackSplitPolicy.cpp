@@ -24,10 +24,15 @@ TrackSplitPolicy::Step TrackSplitPolicy::onTitle(const std::string& title, const
 }
 
 std::optional<std::string> TrackSplitPolicy::titleFromMetadata(std::span<const std::uint8_t> metadata,
-                                                               bool clean) {
-    auto title = VoObject::returnStringInData(metadata, "StreamTitle='", "';");
-    if (!title) return std::nullopt;
-    return clean ? VoObject::alphabeticString(*title) : *title;
+                                                               bool clean, TitleEncoding::Charset charset) {
+    auto behind = VoObject::returnDataInDataAfter(metadata, "StreamTitle='");
+    if (!behind) return std::nullopt;
+    auto raw = VoObject::returnDataInDataBefore(*behind, "';");
+    if (!raw) return std::nullopt;
+    // The one place a title's bytes become text: everything after it (file
+    // names, tags, history, relay) carries this UTF-8.
+    std::string title = TitleEncoding::toUtf8(asText(*raw), charset);
+    return clean ? VoObject::alphabeticString(title) : title;
 }
 
 std::string TrackSplitPolicy::genericTitle(const std::string& stationTitle, const std::tm& local,

@@ -9,6 +9,8 @@
 #include <span>
 #include <string>
 
+#include "engine/TitleEncoding.h"
+
 namespace quillon {
 
 class TrackSplitPolicy {
@@ -24,9 +26,11 @@ public:
                         bool sizeSplit);
 
     // The title of a metadata block (the text between "StreamTitle='" and
-    // "';"), kept to letters, digits, blanks, "-" and "&" when `clean`;
-    // nothing when the block names none.
-    static std::optional<std::string> titleFromMetadata(std::span<const std::uint8_t> metadata, bool clean);
+    // "';") as UTF-8, read in `charset` (detected when Auto), then kept to
+    // letters, digits, blanks, "-" and "&" when `clean`; nothing when the
+    // block names none.
+    static std::optional<std::string> titleFromMetadata(std::span<const std::uint8_t> metadata, bool clean,
+                                                        TitleEncoding::Charset charset);
 
     // "Station-(d-m-yyyy@h:mm)" in 24-hour mode (timeMode 24), else
     // "Station-(m-d-yyyy@h:mm am)".

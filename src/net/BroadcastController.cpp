@@ -140,11 +140,11 @@ std::uint64_t BroadcastController::acceptAttempts() const {
 Bytes BroadcastController::metadataBlock(std::string_view title) {
     std::string text(kTitlePrefix);
     const std::size_t maxTitle = kMaxText - kTitlePrefix.size() - kTitleSuffix.size();
-    // One byte per character: Latin-1 holds the first 256 code points.
-    for (std::size_t pos = 0; pos < title.size() && text.size() - kTitlePrefix.size() < maxTitle;) {
-        char32_t c = decodeUtf8(title, pos);
-        text.push_back(c <= 0xFF ? static_cast<char>(c) : '?');
-    }
+    // Deliberate: the title goes out as the UTF-8 it was converted to when it
+    // was read, not as Latin-1, because a Cyrillic or any other non-Western
+    // title would reach the players as question marks; players read ICY
+    // titles as UTF-8 first.
+    text.append(utf8Prefix(title, maxTitle));
     text.append(kTitleSuffix);
     // A text of a whole number of units still gets one more, all zeros.
     const std::size_t units = text.size() / 16 + 1;

@@ -90,8 +90,8 @@ public:
     void setCurrentName(std::string name);
 
     // The ICY metadata block for a title: a length byte N, then N * 16 bytes of
-    // "StreamTitle='<title>';StreamUrl='';" one byte per character (Latin-1,
-    // '?' for what it cannot hold), zero-padded. N is the text length / 16 + 1.
+    // "StreamTitle='<title>';StreamUrl='';" in UTF-8 (the title cut at a
+    // character boundary when too long), zero-padded. N is the text length / 16 + 1.
     static Bytes metadataBlock(std::string_view title);
 
     // For players: whether the connection still streams, and its header.

@@ -19,6 +19,8 @@ std::string padLeft(std::string_view text, std::size_t length, char fill = '0');
 std::string toLowerAscii(std::string_view text);
 bool startsWith(std::string_view text, std::string_view prefix);
 bool endsWith(std::string_view text, std::string_view suffix);
+// The text without the blanks and tabs around it.
+std::string_view trimmedBlanks(std::string_view text);
 
 bool isValidUtf8(std::string_view text);
 // Each byte read as a Latin-1 character, written as UTF-8.

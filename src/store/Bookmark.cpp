@@ -65,6 +65,18 @@ std::string probeRedirect(const std::string& host, int port, const std::string& 
 
 Bookmark::Bookmark() { setString(" - ", "separator"); }
 
+std::string Bookmark::titleEncoding() const {
+    auto value = stringForKey("titleEncoding");
+    return value && !value->empty() ? *value : std::string("auto");
+}
+
+void Bookmark::setTitleEncoding(const std::string& encoding) {
+    if (encoding.empty() || encoding == "auto")
+        removeObjectForKey("titleEncoding");
+    else
+        setString(encoding, "titleEncoding");
+}
+
 std::string Bookmark::checkName(std::optional<std::string_view> name) {
     std::string out;
     if (!name) return out;

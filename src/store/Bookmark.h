@@ -79,6 +79,14 @@ public:
     int recOffset() const { return intForKey("recOffset"); }
     void setRecOffset(int offset) { setString(std::to_string(offset), "recOffset"); }
 
+    // The encoding of the stream's titles (key "titleEncoding"): "auto" (the
+    // default: detected per title) or an encoding name the engine knows
+    // ("UTF-8", "ISO-8859-1", "CP1251", "CP1252"). "auto" and the empty text
+    // remove the key, so that a bookmark that never chose one is stored as
+    // it always was.
+    std::string titleEncoding() const;
+    void setTitleEncoding(const std::string& encoding);
+
     // "user:pass" when both are non-empty, else nothing.
     std::optional<std::string> authentication() const;
 

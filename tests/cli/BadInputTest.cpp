@@ -38,6 +38,8 @@ TEST_F(CliTest, BadInputExitsWithOneLine) {
         {{"bookmark", "add", pls, "--name", "Радио"}, 2},
         {{"bookmark", "edit", "Jazz", "--name", "Jazz \xF0\x9F\x8E\xB5"}, 2},
         {{"bookmark", "edit", "Jazz", "--offset", "-31"}, 2},
+        {{"bookmark", "edit", "Jazz", "--title-encoding", "koi8-r"}, 2},
+        {{"record", "Jazz", "--title-encoding", "utf16"}, 2},
         {{"bookmark", "edit", "Nothing", "--clean"}, 2},
         {{"bookmark", "edit", "Broken", "--clean"}, 2},
         {{"bookmark", "show", "Nothing"}, 2},

@@ -102,6 +102,9 @@ TEST_F(BookmarkCommand, EveryRecordingOptionRoundTripsThroughEdit) {
         {{"--separator= / "}, "separator", " / "},   {{"--separator", ""}, "separator", ""},
         {{"--genre=Bebop"}, "genre", "Bebop"},       {{"--offset", "-30"}, "recOffset", -30},
         {{"--offset=+30"}, "recOffset", 30},         {{"--name", "Café/Jazz"}, "name", "Café Jazz"},
+        {{"--title-encoding", "windows-1251"}, "titleEncoding", "CP1251"},
+        {{"--title-encoding=AUTO"}, "titleEncoding", "auto"},
+        {{"--title-encoding", "latin1"}, "titleEncoding", "ISO-8859-1"},
     };
     // clang-format on
     std::string name = "Jazz";

@@ -297,5 +297,32 @@ TEST_F(RelayRipperTest, ConnectionsListenOnConsecutivePortsAndAStoppedOnesPortIs
     a.reset();
 }
 
+TEST_F(RelayRipperTest, PlayersHearTheTitlesAsTheConvertedUtf8) {
+    StationOptions options = gentleStation();
+    options.titles = {"Кино - Группа крови"};
+    options.titleEncoding = "CP1251";
+    Station station(options);
+    station.start();
+    RelayOwner owner(folder_, 0);
+    std::atomic<std::uint16_t> port{0};
+    {
+        Ripper ripper(owner, *bookmarkFor(station.port()), true, false, relayServices(port));
+        ASSERT_TRUE(runUntil([&] { return port != 0; }));
+        RelayClient player(port);
+        const auto titled = [&] {
+            for (const auto& m : parseIcyReply(player.received(), options.metaint).meta)
+                if (m.length > 0) return true;
+            return false;
+        };
+        ASSERT_TRUE(runUntil(titled));
+        ripper.userClose();
+        const auto got = parseIcyReply(player.received(), options.metaint);
+        const auto first =
+            std::find_if(got.meta.begin(), got.meta.end(), [](const auto& m) { return m.length > 0; });
+        ASSERT_NE(first, got.meta.end());
+        EXPECT_EQ(streamTitle(first->text), "Кино - Группа крови");
+    }
+}
+
 }  // namespace
 }  // namespace quillon::test

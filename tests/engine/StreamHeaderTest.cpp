@@ -36,8 +36,12 @@ TEST(StreamHeaderParse, ServerTypesStatusAndValues) {
          "N/A", "N/A", "N/A", 0, 0},
         {"other server", "HTTP/1.1 200 OK\r\nServer: Apache\r\nicy-name:Z\r\nicy-metaint:4096\r\n\r\n", 4,
          false, "OK", "N/A", "N/A", "N/A", 0, 4096},
-        {"keys are case-sensitive", "HTTP/1.1 200 OK\r\nserver: Icecast\r\n\r\n", 4, false, "OK", "N/A",
-         "N/A", "N/A", 0, 0},
+        {"keys are matched without regard to case",
+         "HTTP/1.1 200 OK\r\nserver: Icecast\r\nICY-NAME:A\r\nIcy-MetaInt: 4096\r\n\r\n", 2, false, "OK", "A",
+         "", "", 0, 4096},
+        {"a key inside a value is no key",
+         "ICY 200 OK\r\nicy-name:Spicy 101\r\nicy-genre:x icy-br:64\r\n\r\n", 2, false, "OK", "Spicy 101",
+         "x icy-br:64", "", 0, 0},
         {"icy 401", "ICY 401 Service Unavailable\r\n\r\n", 2, true, "Unavailable", "", "", "", 0, 0},
         {"http 403", "HTTP/1.1 403 Forbidden\r\n\r\n", 4, true, "Unknown error", "N/A", "N/A", "N/A", 0, 0},
         {"302", "HTTP/1.1 302 Found\r\n\r\n", 4, true, "Redirecting", "N/A", "N/A", "N/A", 0, 0},
@@ -73,6 +77,39 @@ TEST(StreamHeaderParse, ServerTypesStatusAndValues) {
         EXPECT_EQ(header.bitRate(), c.bitRate);
         EXPECT_EQ(header.metaInt(), c.metaInt);
         EXPECT_EQ(header.hasMeta(), c.metaInt > 0);
+    }
+}
+
+TEST(StreamHeaderParse, ContentTypeAndTransferCodings) {
+    struct Case {
+        const char* what;
+        std::string fields;
+        std::string contentType;
+        bool chunked;
+        std::string errorType;  // "OK" unless the coding is refused
+    };
+    const Case cases[] = {
+        {"plain mp3", "Content-Type: audio/mpeg\r\n", "audio/mpeg", false, "OK"},
+        {"no content type", "icy-br:128\r\n", "", false, "OK"},
+        {"lower case, no blank", "content-type:audio/aacp\r\n", "audio/aacp", false, "OK"},
+        {"chunked", "Content-Type: application/ogg\r\nTransfer-Encoding: chunked\r\n", "application/ogg",
+         true, "OK"},
+        {"chunked in capitals with blanks", "TRANSFER-ENCODING:  Chunked \r\n", "", true, "OK"},
+        {"identity is no coding", "Transfer-Encoding: identity\r\n", "", false, "OK"},
+        {"compressed chunks cannot be recorded", "Transfer-Encoding: gzip, chunked\r\n", "", true,
+         "Unsupported transfer encoding: gzip"},
+        {"a coding name inside a value", "icy-description: Transfer-Encoding: chunked\r\n", "", false, "OK"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        StreamHeader header;
+        header.parseHeader("HTTP/1.1 200 OK\r\n" + c.fields + "\r\n");
+        EXPECT_EQ(header.contentType(), c.contentType);
+        EXPECT_EQ(header.chunked(), c.chunked);
+        EXPECT_EQ(header.errorType(), c.errorType);
+        EXPECT_EQ(header.error(), c.errorType != "OK");
+        // The relay's listeners get the stream unchunked: the coding is not repeated.
+        EXPECT_EQ(header.header().find("ransfer"), std::string::npos);
     }
 }
 
@@ -112,8 +149,8 @@ TEST(StreamHeaderParse, AccessorsAndDescription) {
 TEST(StreamHeaderRebuild, KeyOrderRawValuesAndFinalBlankLine) {
     StreamHeader header;
     header.parseHeader(
-        "icy-metaint:8192\r\nServer: Icecast\r\nicy-name:Caf\xe9\r\nX-Other: dropped\r\nHTTP/1.0 200 "
-        "OK\r\n\r\n");
+        "icy-metaint:8192\r\nServer: Icecast\r\nicy-name:Caf\xe9\r\nX-Other: dropped\r\nContent-Type: "
+        "audio/mpeg\r\nHTTP/1.0 200 OK\r\n\r\n");
     EXPECT_EQ(header.header(),
               "HTTP/1.0 200 OK\r\nServer: Icecast\r\nicy-name:Caf\xe9\r\nicy-metaint:8192\r\n\r\n");
     StreamHeader empty;

@@ -30,11 +30,14 @@ TEST(TrackSplitPolicyTest, WhatATitleMeansForTheTracks) {
 
 TEST(TrackSplitPolicyTest, TitlesFromMetadataAndTheirFileNames) {
     auto title = [](const char* text, bool clean) {
-        return TrackSplitPolicy::titleFromMetadata(asBytes(text), clean);
+        return TrackSplitPolicy::titleFromMetadata(asBytes(text), clean, TitleEncoding::Charset::Auto);
     };
     EXPECT_EQ(title("StreamTitle='Artist - Song';StreamUrl='';", false), "Artist - Song");
     EXPECT_EQ(title("StreamTitle='AC/DC: Live!';", true), "ACDC Live");
     EXPECT_EQ(title("StreamUrl='http://x/';", false), std::nullopt);
+    // Converted before it is cleaned: the letters of any script stay letters.
+    EXPECT_EQ(title("StreamTitle='\xca\xe8\xed\xee: \xc3\xf0\xf3\xef\xef\xe0!';", true), "Кино Группа");
+    EXPECT_EQ(title("StreamTitle='Caf\xe9';", true), "Café");
 
     EXPECT_EQ(TrackSplitPolicy::trackStem("AC/DC: Live", 0, false), "AC_DC  Live");
     EXPECT_EQ(TrackSplitPolicy::trackStem("Mr. X", 5, true), "005 Mr_ X");

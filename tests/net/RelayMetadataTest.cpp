@@ -41,15 +41,20 @@ TEST(RelayMetadata, BlockLengthAndPaddingFollowTheTextLength) {
     }
 }
 
-TEST(RelayMetadata, TitlesAreSentOneBytePerCharacter) {
+TEST(RelayMetadata, TitlesAreSentAsUtf8CutAtACharacter) {
     struct Case {
         std::string title;
         std::string bytes;
     };
+    const std::string cyrillic = "\xD0\x9A\xD0\xB8\xD0\xBD\xD0\xBE";  // four letters, eight bytes
+    std::string longest;  // as many two-byte letters as fit, and a half one cut off
+    while (longest.size() < 255 * 16) longest += "\xD0\xAF";
+    const std::size_t room = 255 * 16 - 1 - std::string("StreamTitle='';StreamUrl='';").size();
     const Case cases[] = {
-        {"Caf\xC3\xA9 - D\xC3\xBC", "Caf\xE9 - D\xFC"},  // Latin-1 letters as one byte each
-        {"\xE2\x82\xAC 5", "? 5"},                       // the euro sign has no byte: '?'
-        {"\xE6\x97\xA5\xE6\x9C\xAC", "??"},              // two characters, two bytes
+        {"Caf\xC3\xA9 - D\xC3\xBC", "Caf\xC3\xA9 - D\xC3\xBC"},
+        {"\xE2\x82\xAC 5", "\xE2\x82\xAC 5"},
+        {cyrillic + " - " + cyrillic, cyrillic + " - " + cyrillic},
+        {longest, longest.substr(0, room / 2 * 2)},
     };
     for (const auto& c : cases) {
         Bytes block = BroadcastController::metadataBlock(c.title);

@@ -71,6 +71,7 @@ TEST(Bookmark, DefaultsAndStoredForms) {
     EXPECT_EQ(b.separator(), " - ");
     EXPECT_FALSE(b.clean() || b.noSplit() || b.sortArtists() || b.trackNum());
     EXPECT_EQ(b.recOffset(), 0);
+    EXPECT_EQ(b.titleEncoding(), "auto");
     EXPECT_EQ(b.container().size(), 1u);  // only the separator
     EXPECT_EQ(b.description(), "Bookmark (null) Host (null) Port (null) Path /");
     b.setNoSplit(true);
@@ -85,6 +86,16 @@ TEST(Bookmark, DefaultsAndStoredForms) {
     for (const auto& [set, read] : paths) {
         b.setPath(std::string(set));
         EXPECT_EQ(b.path(), read) << set;
+    }
+    // Stored only when chosen, so a bookmark that never chose stays as it was.
+    b.setTitleEncoding("CP1251");
+    EXPECT_EQ(b.objectForKey("titleEncoding"), PlistValue("CP1251"));
+    EXPECT_EQ(b.titleEncoding(), "CP1251");
+    for (const char* none : {"auto", ""}) {
+        b.setTitleEncoding("CP1251");
+        b.setTitleEncoding(none);
+        EXPECT_FALSE(b.objectForKey("titleEncoding").has_value()) << none;
+        EXPECT_EQ(b.titleEncoding(), "auto");
     }
 }
 

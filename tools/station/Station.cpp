@@ -13,6 +13,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "station/ChunkWriter.h"
 #include "station/Mp3Tones.h"
 #include "station/StationHttp.h"
 #include "station/StreamGenerator.h"
@@ -239,7 +240,8 @@ void Station::stream(int fd, std::size_t index, bool wantsMetadata) {
     const std::size_t chunkAudio =
         paced ? std::clamp<std::size_t>(static_cast<std::size_t>(bytesPerSecond / 10), 256, 16384) : 16384;
     StreamGenerator generator(options_, metadata);
-    Bytes out;
+    ChunkWriter chunks;
+    Bytes out, wire;
     const auto begin = Clock::now();
     while (!generator.ended() && !stopping_.load()) {
         if (paced) {
@@ -252,14 +254,31 @@ void Station::stream(int fd, std::size_t index, bool wantsMetadata) {
         out.clear();
         const std::size_t before = generator.announcements().size();
         generator.produce(out, chunkAudio);
-        if (!sendAll(fd, out.data(), out.size())) return;
-        std::lock_guard lock(mutex_);
-        StationClient& client = clients_[index];
-        client.audioBytesSent = generator.audioOffset();
-        const auto& made = generator.announcements();
-        client.announcements.insert(client.announcements.end(),
-                                    made.begin() + static_cast<std::ptrdiff_t>(before), made.end());
+        const bool broken = options_.badChunkAt && generator.audioOffset() >= *options_.badChunkAt;
+        if (options_.chunked) {
+            wire.clear();
+            chunks.append(out, wire);
+            if (broken) {
+                const std::string bad = ChunkWriter::badChunk();
+                wire.insert(wire.end(), bad.begin(), bad.end());
+            }
+        }
+        const Bytes& sending = options_.chunked ? wire : out;
+        if (!sendAll(fd, sending.data(), sending.size())) return;
+        {
+            std::lock_guard lock(mutex_);
+            StationClient& client = clients_[index];
+            client.audioBytesSent = generator.audioOffset();
+            const auto& made = generator.announcements();
+            client.announcements.insert(client.announcements.end(),
+                                        made.begin() + static_cast<std::ptrdiff_t>(before), made.end());
+        }
+        if (broken) {
+            waitForHangUp(fd);
+            return;
+        }
     }
+    if (options_.chunked && generator.ended() && !sendText(fd, ChunkWriter::lastChunk())) return;
     if (options_.holdOpen && generator.ended()) waitForHangUp(fd);
 }
 

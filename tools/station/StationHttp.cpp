@@ -38,8 +38,11 @@ std::string StationHttp::streamHeader(const StationOptions& o, std::uint32_t met
     } else if (o.status == StationStatus::http) {
         server = "Icecast 2.4.4";
     }
-    std::string header = o.status == StationStatus::icy ? "ICY 200 OK\r\n" : "HTTP/1.0 200 OK\r\n";
+    std::string header = o.status == StationStatus::icy ? "ICY 200 OK\r\n"
+                         : o.chunked                    ? "HTTP/1.1 200 OK\r\n"
+                                                        : "HTTP/1.0 200 OK\r\n";
     if (!server.empty()) header += "Server: " + server + "\r\n";
+    if (o.chunked) header += "Transfer-Encoding: chunked\r\n";
     header += "content-type:audio/mpeg\r\n";
     header += "icy-name:" + o.name + "\r\n";
     header += "icy-genre:" + o.genre + "\r\n";

@@ -4,6 +4,7 @@
 #include <array>
 #include <stdexcept>
 
+#include "platform/TextConverter.h"
 #include "station/TitlePlan.h"
 
 namespace quillon {
@@ -23,6 +24,11 @@ bool isMp3Bitrate(std::uint32_t kbps) {
     static constexpr std::array<std::uint32_t, 14> rates{32,  40,  48,  56,  64,  80,  96,
                                                          112, 128, 160, 192, 224, 256, 320};
     return std::find(rates.begin(), rates.end(), kbps) != rates.end();
+}
+
+std::optional<std::string> titleOnWire(const std::string& title, const std::string& encoding) {
+    if (encoding.empty()) return title;
+    return TextConverter(encoding, "UTF-8").convert(title);
 }
 
 std::vector<std::string> parseTitleList(std::string_view text) {
@@ -45,8 +51,17 @@ void validate(const StationOptions& o) {
              " is not an MPEG-1 Layer III rate (32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, "
              "256, 320)");
     }
+    if (!o.titleEncoding.empty()) {
+        try {
+            const TextConverter probe(o.titleEncoding, "UTF-8");
+        } catch (const std::invalid_argument&) {
+            fail("unknown title encoding: " + o.titleEncoding);
+        }
+    }
     for (const auto& title : o.titles) {
-        if (TitlePlan::metadataText(title).size() > TitlePlan::maxMetadataBytes) {
+        const auto wire = titleOnWire(title, o.titleEncoding);
+        if (!wire) fail("title cannot be sent in " + o.titleEncoding + ": " + title);
+        if (TitlePlan::metadataText(*wire).size() > TitlePlan::maxMetadataBytes) {
             fail("title too long for one metadata block: " + title.substr(0, 40) + "...");
         }
     }
@@ -66,6 +81,8 @@ void validate(const StationOptions& o) {
         if (url.find_first_of("\r\n") != std::string_view::npos) fail("redirect target has a line break");
     }
     if (o.redirectTo && o.refuse) fail("choose either a redirect or a refusal");
+    if (o.chunked && o.status != StationStatus::http) fail("chunked answers need the http status line");
+    if (o.badChunkAt && !o.chunked) fail("a bad chunk needs chunked answers");
     for (const std::string* text : {&o.name, &o.genre, &o.url}) {
         if (text->find_first_of("\r\n") != std::string::npos) fail("header texts cannot hold line breaks");
     }

@@ -24,6 +24,9 @@ struct StationOptions {
     std::vector<std::string> titles;    // empty: generated "Artist N - Title N"
     std::uint64_t titleEvery = 262144;  // audio bytes between title changes; 0: one title only
     bool repeatTitle = false;           // repeat the current title in every metadata block
+    // The encoding the titles (given in UTF-8) are sent in, by its iconv name
+    // ("CP1251", "ISO-8859-1", ...); empty: UTF-8 as given.
+    std::string titleEncoding;
     StationRate rate = StationRate::realtime;
     StationPayload payload = StationPayload::mp3;
     StationStatus status = StationStatus::icy;
@@ -33,6 +36,8 @@ struct StationOptions {
     std::string name = "Quillon Test Station";
     std::string genre = "Test";
     std::string url = "http://127.0.0.1/";
+    // Answer "HTTP/1.1 200 OK" with the body in chunks (needs the http status).
+    bool chunked = false;
 
     // Faults on demand.
     std::optional<std::uint64_t> closeAfter;  // hang up after this many audio bytes
@@ -44,11 +49,19 @@ struct StationOptions {
     std::optional<int> refuse;                // answer with this error status (400..599)
     bool silentAfterHeader = false;           // send the header, then nothing
     EmptyTitles emptyTitles = EmptyTitles::none;
+    // With chunked answers: once this many audio bytes are sent, a size line
+    // that is no hex number, then nothing more (the connection stays open).
+    std::optional<std::uint64_t> badChunkAt;
 };
 
 // Throws std::invalid_argument with a one-line reason when the options cannot
 // describe a working station.
 void validate(const StationOptions& options);
+
+// A title as the station sends it: in `encoding` (an iconv name; empty: UTF-8
+// as given). Nothing when the encoding cannot hold it. Throws
+// std::invalid_argument for an encoding iconv does not know.
+std::optional<std::string> titleOnWire(const std::string& title, const std::string& encoding);
 
 // "A - x,B - y" split at commas, blanks around each title trimmed, empty items
 // dropped.

@@ -49,12 +49,13 @@ void StreamGenerator::appendMetadata(Bytes& out) {
                 const bool bad = options_.badMetaAt && *options_.badMetaAt <= *index &&
                                  (!lastAnnounced_ || *lastAnnounced_ < *options_.badMetaAt);
                 const std::string title = plan_.title(*index);
-                block = TitlePlan::metadataBlock(TitlePlan::metadataText(title), bad ? 0x80 : 0);
+                block = TitlePlan::metadataBlock(TitlePlan::metadataText(plan_.wireTitle(*index)),
+                                                 bad ? 0x80 : 0);
                 announcements_.push_back({boundary, *index, title});
                 lastAnnounced_ = index;
                 audio_.setTone(*index);
             } else if (options_.repeatTitle) {
-                block = TitlePlan::metadataBlock(TitlePlan::metadataText(plan_.title(*lastAnnounced_)));
+                block = TitlePlan::metadataBlock(TitlePlan::metadataText(plan_.wireTitle(*lastAnnounced_)));
             } else {
                 block = TitlePlan::metadataBlock("");
             }

@@ -8,7 +8,16 @@ TitlePlan::TitlePlan(const StationOptions& options)
     : metaint_(options.metaint),
       titleEvery_(options.titleEvery),
       titles_(options.titles),
-      titlesWithheld_(options.emptyTitles != EmptyTitles::none) {}
+      titlesWithheld_(options.emptyTitles != EmptyTitles::none) {
+    // Checked by validate(): every title has its bytes in the encoding.
+    for (const auto& t : titles_) wireTitles_.push_back(titleOnWire(t, options.titleEncoding).value_or(t));
+}
+
+std::string TitlePlan::wireTitle(std::uint32_t index) const {
+    // The generated titles are ASCII, the same in every encoding.
+    if (!wireTitles_.empty()) return wireTitles_[index % wireTitles_.size()];
+    return title(index);
+}
 
 std::string TitlePlan::title(std::uint32_t index) const {
     if (!titles_.empty()) return titles_[index % titles_.size()];

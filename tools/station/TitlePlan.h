@@ -37,6 +37,8 @@ public:
 
     // The text of title j: from the list (cycling), else "Artist N - Title N" with N = j + 1.
     std::string title(std::uint32_t index) const;
+    // The bytes of title j as sent: in the station's title encoding.
+    std::string wireTitle(std::uint32_t index) const;
     // The index of the title due at audio byte `byteOffset`: byteOffset / titleEvery.
     std::uint32_t dueIndex(std::uint64_t byteOffset) const;
     // The title to announce at a block boundary (an audio offset above 0: the
@@ -58,6 +60,7 @@ private:
     std::uint32_t metaint_;
     std::uint64_t titleEvery_;
     std::vector<std::string> titles_;
+    std::vector<std::string> wireTitles_;
     bool titlesWithheld_;
 };
 
