@@ -16,8 +16,6 @@ ApiReply answer(const ScheduleOperations::Result& r, EventHub& events, int done 
     return reply;
 }
 
-ScheduleOperations::Date now() { return std::chrono::system_clock::now(); }
-
 }  // namespace
 
 void addScheduleRoutes(ApiServer& server, Controller& c, EventHub& events) {
@@ -34,10 +32,11 @@ void addScheduleRoutes(ApiServer& server, Controller& c, EventHub& events) {
         } catch (const BadInput& e) {
             throw ApiError(400, e.what());
         }
-        return answer(ScheduleOperations::add(c.schedules(), form, now()), events, 201);
+        return answer(ScheduleOperations::add(c.schedules(), form, c.schedules().now()), events, 201);
     });
     server.route("PUT", R"(/api/schedules/(\d+))", [&c, &events](const ApiRequest& req) {
-        return answer(ScheduleOperations::update(c.schedules(), req.param(0), req.body(), now()), events);
+        return answer(
+            ScheduleOperations::update(c.schedules(), req.param(0), req.body(), c.schedules().now()), events);
     });
     server.route("POST", R"(/api/schedules/(\d+)/(enable|disable))", [&c, &events](const ApiRequest& req) {
         return answer(ScheduleOperations::setActive(c.schedules(), req.param(0), req.param(1) == "enable"),

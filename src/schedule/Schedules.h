@@ -59,6 +59,8 @@ public:
     // The preference "schedulesPath", else the default under the home folder.
     static std::string schedulesPath();
     const std::string& path() const { return path_; }
+    // The time by the list's clock.
+    Date now() const { return clock_(); }
 
     // Copies of the lists.
     std::vector<RulePtr> schedulesArray() const;
@@ -93,7 +95,6 @@ public:
 
 private:
     void load();
-    Date now() const { return clock_(); }
 
     std::string path_;
     AbstractRule::Starter starter_;

@@ -15,6 +15,8 @@
 #include "app/Daemon.h"
 #include "app/EventHub.h"
 #include "history/HistoryTestSupport.h"
+#include "schedule/ScheduleTestSupport.h"
+#include "schedule/Schedules.h"
 #include "store/BookmarkFolder.h"
 #include "store/Preferences.h"
 #include "support/Loopback.h"
@@ -29,14 +31,20 @@ protected:
         becomeMainThread();
         History::resetShared();
         std::filesystem::remove_all(History::defaultFolder());
-        Daemon::Options options;
         port_ = unusedPort();
+        restart({});
+        token_ = ApiToken::read(ApiToken::path()).value_or("");
+        ASSERT_EQ(token_.size(), ApiToken::kLength);
+    }
+    // Stops the running daemon, if any, and starts another on the same port
+    // and home folder.
+    void restart(Daemon::Options options) {
+        if (daemon_) daemon_->stop();
+        daemon_.reset();
         options.port = port_;
         daemon_ = std::make_unique<Daemon>(std::move(options));
         std::string failure;
         ASSERT_TRUE(daemon_->start(failure)) << failure;
-        token_ = ApiToken::read(ApiToken::path()).value_or("");
-        ASSERT_EQ(token_.size(), ApiToken::kLength);
     }
     void TearDown() override {
         daemon_->stop();
@@ -281,6 +289,41 @@ TEST_F(DaemonApiTest, BookmarksAreMadeFromLocationsAndPlaylistsChangedAndDeleted
     EXPECT_EQ(list[0]["trackNum"], true);
     EXPECT_EQ(list[0]["port"], std::to_string(station->port()));
     EXPECT_FALSE(std::filesystem::exists(file)) << "renamed, not copied";
+}
+
+TEST_F(DaemonApiTest, RulesOutliveARestartAndAStartMissedMeanwhileStaysMissed) {
+    auto station = startStation();
+    const std::string bookmark = bookmarkFor(station->port(), "Station")->filePath();
+    std::filesystem::remove(Schedules::schedulesPath());
+    test::ScopedTimeZone zone("Europe/Berlin");
+    auto now = test::localDate(2026, 11, 23, 20, 0, 0);  // a Monday
+    auto clocked = [&now] {
+        Daemon::Options options;
+        options.controller.clock = [&now] { return now; };
+        return options;
+    };
+    restart(clocked());
+    const std::string weekly =
+        R"({"bookmark":")" + bookmark + R"(","days":["mon"],"at":"21:00","runFor":"1:00"})";
+    const std::string once =
+        R"({"bookmark":")" + bookmark + R"(","from":"2026-11-23 20:30","to":"2026-11-23 20:45"})";
+    ASSERT_EQ(call("POST", "/api/schedules", weekly)->status, 201);
+    ASSERT_EQ(call("POST", "/api/schedules", once)->status, 201);
+
+    // Down from 20:00 to 20:31: the one-off start passes meanwhile.
+    now = test::localDate(2026, 11, 23, 20, 31, 0);
+    restart(clocked());
+    EXPECT_EQ(json(call("GET", "/api/schedules"))["rules"].size(), 2u);
+    daemon_->controller().schedules().launchTimers();
+    EXPECT_EQ(json(call("GET", "/api/activity"))["rows"].size(), 0u) << "a missed start never fires late";
+    auto upcoming = json(call("GET", "/api/schedules/upcoming"))["actions"];
+    ASSERT_FALSE(upcoming.empty());
+    EXPECT_EQ(upcoming[0]["start"], "2026-11-23 21:00:00");
+
+    // The weekly rule still starts on time after the restart.
+    now = test::localDate(2026, 11, 23, 20, 59, 55);
+    daemon_->controller().schedules().launchTimers();
+    EXPECT_EQ(json(call("GET", "/api/activity"))["rows"].size(), 1u);
 }
 
 TEST_F(DaemonApiTest, CallsWithoutTheTokenOrFromElsewhereAreRefused) {
