@@ -1,7 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <regex>
+
 #include "platform/Localization.h"
+#include "platform/Resources.h"
 #include "platform/TextUtil.h"
+#include "support/Files.h"
 
 using namespace quillon;
 
@@ -66,6 +71,24 @@ TEST(LocalizationTest, StringsFileParsingAndDefaults) {
     EXPECT_EQ(table.at("b"), "B");
     EXPECT_EQ(localized("incomp", "x"), "Incomplete");
     EXPECT_EQ(localized("no such key", "fallback"), "fallback");
+}
+
+// Every key the program looks up by name has an English text in the table:
+// literal lookups, message and button keys, and the activity menu's keys.
+TEST(LocalizationTest, EveryKeyTheProgramUsesHasAText) {
+    auto table = parseStringsFile(resource("Localizable.strings").value_or(""));
+    const std::regex keys(R"re(localized\("(\w+)"|"((?:ERROR|MSG|BTN|TITLE|TB|TBH)_\w+)"|\{"(\w+Menu)", ")re");
+    std::size_t seen = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(QUILLON_SOURCE_DIR "/src")) {
+        if (entry.path().extension() != ".cpp" && entry.path().extension() != ".h") continue;
+        std::string text = test::readText(entry.path().string());
+        for (std::sregex_iterator it(text.begin(), text.end(), keys), end; it != end; ++it) {
+            std::string key = (*it)[1].matched ? (*it)[1] : (*it)[2].matched ? (*it)[2] : (*it)[3];
+            ++seen;
+            EXPECT_TRUE(table.count(key)) << key << " in " << entry.path().filename();
+        }
+    }
+    EXPECT_GT(seen, 30u);
 }
 
 }  // namespace
