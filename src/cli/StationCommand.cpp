@@ -8,6 +8,7 @@
 #include <optional>
 #include <stdexcept>
 
+#include "station/AssetTones.h"
 #include "station/Station.h"
 
 namespace quillon {
@@ -19,6 +20,7 @@ struct StationArgs {
     std::uint16_t port = 0;
     std::uint32_t metaint = StationOptions{}.metaint;
     std::uint32_t bitrate = StationOptions{}.bitrate;
+    bool bitrateGiven = false;
     std::string titles;
     std::uint64_t titleEvery = StationOptions{}.titleEvery;
     std::string rate = "realtime";
@@ -52,7 +54,14 @@ StationOptions stationOptions(const StationArgs& a) {
     o.titleEvery = a.titleEvery;
     o.repeatTitle = a.repeatTitles;
     o.rate = a.rate == "max" ? StationRate::max : StationRate::realtime;
-    o.payload = a.payload == "counter" ? StationPayload::counter : StationPayload::mp3;
+    o.payload = a.payload == "counter" ? StationPayload::counter
+                : a.payload == "aac"   ? StationPayload::aac
+                : a.payload == "ogg"   ? StationPayload::ogg
+                                       : StationPayload::mp3;
+    // The encoded assets have a rate of their own, which the station
+    // announces and paces at unless told otherwise.
+    if (!a.bitrateGiven && o.payload == StationPayload::aac) o.bitrate = AssetTones::aacKbps;
+    if (!a.bitrateGiven && o.payload == StationPayload::ogg) o.bitrate = AssetTones::oggKbps;
     o.status = a.status == "http" ? StationStatus::http : StationStatus::icy;
     o.server = a.server;
     o.name = a.name;
@@ -113,15 +122,18 @@ void addStationCommand(CLI::App& app, CommandRunner& runner) {
     cmd->add_option("--port", args->port, "Port to listen on (0: any free port)");
     cmd->add_option("--metaint", args->metaint, "Audio bytes between metadata blocks (0: no metadata)")
         ->capture_default_str();
-    cmd->add_option("--bitrate", args->bitrate, "Bit rate in kbit/s")->capture_default_str();
+    CLI::Option* bitrate =
+        cmd->add_option("--bitrate", args->bitrate, "Bit rate in kbit/s (aac: 48, ogg: 32 unless given)")
+            ->capture_default_str();
     cmd->add_option("--titles", args->titles, "Titles, comma-separated (default: Artist N - Title N)");
     cmd->add_option("--title-every", args->titleEvery, "Audio bytes between title changes (0: never)")
         ->capture_default_str();
     cmd->add_option("--rate", args->rate, "realtime (paced at the bit rate) or max")
         ->check(CLI::IsMember({"realtime", "max"}))
         ->capture_default_str();
-    cmd->add_option("--payload", args->payload, "mp3 (sine tones) or counter (audio byte n is n mod 251)")
-        ->check(CLI::IsMember({"mp3", "counter"}))
+    cmd->add_option("--payload", args->payload,
+                    "mp3, aac (ADTS) or ogg (Vorbis) sine tones, or counter (audio byte n is n mod 251)")
+        ->check(CLI::IsMember({"mp3", "aac", "ogg", "counter"}))
         ->capture_default_str();
     cmd->add_option("--status", args->status, "Status line: icy (ICY 200 OK) or http (HTTP/1.0 200 OK)")
         ->check(CLI::IsMember({"icy", "http"}))
@@ -145,7 +157,10 @@ void addStationCommand(CLI::App& app, CommandRunner& runner) {
                   "Answer HTTP/1.1 with the stream in chunks of varying sizes (needs --status http)");
     cmd->add_option("--bad-chunk-at", args->badChunkAt,
                     "With --chunked: send a malformed chunk size line after this many audio bytes");
-    cmd->callback([args, &runner] { runner = [args] { return runStation(*args); }; });
+    cmd->callback([args, bitrate, &runner] {
+        args->bitrateGiven = bitrate->count() > 0;
+        runner = [args] { return runStation(*args); };
+    });
 }
 
 }  // namespace quillon

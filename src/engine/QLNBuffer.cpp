@@ -11,6 +11,7 @@
 
 #include <fmt/format.h>
 
+#include "engine/AdtsSync.h"
 #include "platform/NamedException.h"
 
 namespace quillon {
@@ -84,8 +85,9 @@ void QLNBuffer::closeLoop() {
     }
 }
 
-void QLNBuffer::initValues(unsigned bitrate) {
+void QLNBuffer::initValues(unsigned bitrate, AudioFormat format) {
     std::lock_guard lock(mutex_);
+    alignAdts_ = format == AudioFormat::aac;
     const std::uint64_t rate = bitrate == 0 ? 128 : bitrate;
     const auto capacity = static_cast<std::uint32_t>(rate * bufferSeconds_ * 125);
     const std::int64_t perSecond = bufferSeconds_ == 0 ? 0 : capacity / bufferSeconds_;
@@ -186,8 +188,10 @@ void QLNBuffer::addData(std::span<const std::uint8_t> block) {
         // While a cut is pending nothing else is written: the held audio may
         // grow past the delay line until the cut is reached.
         if (held > flushEvents_.front()) {
-            flushBufferLocked(flushEvents_.front());
-            flushEvents_.pop_front();
+            if (auto cut = cutAt(flushEvents_.front(), false)) {
+                flushBufferLocked(*cut);
+                flushEvents_.pop_front();
+            }
         }
         return;
     }
@@ -219,7 +223,9 @@ void QLNBuffer::flushBuffer(std::int64_t count) {
 
 void QLNBuffer::flushBufferLocked(std::int64_t count) {
     requireCount(count);
-    for (std::int64_t& position : flushEvents_) position -= count;
+    // A cut moved forward to a frame start may pass the next one (two titles
+    // within a frame); that one then comes at the front.
+    for (std::int64_t& position : flushEvents_) position = std::max<std::int64_t>(0, position - count);
     writeFront(static_cast<std::size_t>(count));
     retire(std::move(filehandle_));
     if (!pendingFiles_.empty()) {
@@ -228,6 +234,18 @@ void QLNBuffer::flushBufferLocked(std::int64_t count) {
     } else {
         filehandle_ = FileHandle::nullDevice();
     }
+}
+
+std::optional<std::int64_t> QLNBuffer::cutAt(std::int64_t position, bool complete) const {
+    if (!alignAdts_ || position < 0 || static_cast<std::size_t>(position) >= size_) return position;
+    // Enough to find a frame start in the window and see the header after it.
+    const std::size_t from = static_cast<std::size_t>(position);
+    const std::size_t count = std::min(size_ - from, AdtsSync::kSearchWindow + 8192 + AdtsSync::kHeaderSize);
+    Bytes bytes(count);
+    for (std::size_t i = 0; i < count; ++i) bytes[i] = ring_.data()[(head_ + from + i) % ringSize_];
+    auto start = AdtsSync::frameStart(bytes, complete || count < size_ - from);
+    if (!start) return std::nullopt;
+    return position + static_cast<std::int64_t>(*start);
 }
 
 void QLNBuffer::requireCount(std::int64_t count) const {
@@ -252,7 +270,7 @@ void QLNBuffer::finish() {
     {
         std::lock_guard lock(mutex_);
         while (!flushEvents_.empty() && flushEvents_.front() <= static_cast<std::int64_t>(size_)) {
-            flushBufferLocked(flushEvents_.front());
+            flushBufferLocked(cutAt(flushEvents_.front(), true).value_or(flushEvents_.front()));
             flushEvents_.pop_front();
         }
         // Cuts beyond the held audio (a positive offset the stop came before):

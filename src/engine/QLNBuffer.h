@@ -11,6 +11,12 @@
 // pending far ahead hold more: appending and writing move each byte once, and
 // a long recording keeps the same storage.
 //
+// In an ADTS AAC stream a cut moves forward to the next frame start (at most
+// AdtsSync::kSearchWindow bytes), waiting for the audio that tells where that
+// is, so that every file after the first begins with a whole frame. Deliberate:
+// MP3 cuts stay at their byte, because MP3 decoders skip a partial frame and
+// the byte-exact cut is what the record offset promises.
+//
 // Thread contract: the connection thread calls addData; the track switch
 // (setNewFileHandle) may run on the connection thread or on the main thread,
 // so one mutex guards the ring, the current file and the pending cuts.
@@ -26,11 +32,13 @@
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "engine/AudioFormat.h"
 #include "platform/ByteBuffer.h"
 #include "platform/FileHandle.h"
 
@@ -55,8 +63,9 @@ public:
     QLNBuffer(const QLNBuffer&) = delete;
     QLNBuffer& operator=(const QLNBuffer&) = delete;
 
-    // Sizes the writer for the stream's bit rate in kbit/s (0 counts as 128).
-    void initValues(unsigned bitrate);
+    // Sizes the writer for the stream's bit rate in kbit/s (0 counts as 128);
+    // the format decides whether cuts look for frame starts.
+    void initValues(unsigned bitrate, AudioFormat format = AudioFormat::mp3);
     // Appends one audio block, then either performs the first pending cut once
     // it is reached or writes everything older than the delay line. A failed
     // write or a file that could not be flushed to disk raises "Disk error".
@@ -97,6 +106,10 @@ private:
     // Caller holds mutex_ and has checked the count.
     void writeFront(std::size_t count);
     void flushBufferLocked(std::int64_t count);
+    // Where the cut wanted at `position` is made: there, or for ADTS at the
+    // next frame start; none while the held audio cannot tell yet (never when
+    // `complete`). Caller holds mutex_.
+    std::optional<std::int64_t> cutAt(std::int64_t position, bool complete) const;
     void updateHeld() { held_.store(size_, std::memory_order_relaxed); }
 
     // The ring; callers hold mutex_.
@@ -140,6 +153,7 @@ private:
     const unsigned bufferSeconds_;
     std::atomic<std::uint32_t> capacity_{0};
     const int bufferOffset_;
+    bool alignAdts_ = false;
     std::int64_t flushSize_ = 0;
     FileHandle filehandle_;
     bool shouldSetNewFileHandle_ = true;

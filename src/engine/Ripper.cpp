@@ -517,7 +517,7 @@ std::string Ripper::endReasonText() const {
 }
 
 void Ripper::readStreaming(TCPSocket& socket) {
-    { sink_.initValues(bitRate_); }
+    { sink_.initValues(bitRate_, format_); }
     {
         std::lock_guard b(bufferLock_);
         if (relay_) relay_->startFeeding();
@@ -672,6 +672,7 @@ int Ripper::connect(TCPSocket& socket) {
     }
     // A refusal names its reason ("Not found", "Invalid meta interval: -1").
     if (parsed.error()) throw NamedException("Server Error", parsed.errorType());
+    format_ = audioFormatForContentType(parsed.contentType());
     titleSource_ = services_.makeTitleSource ? services_.makeTitleSource(*this, logHeader()) : nullptr;
     setValues(static_cast<unsigned>(parsed.metaInt()), parsed.hasMeta(), State::Recording,
               static_cast<unsigned>(parsed.bitRate()));

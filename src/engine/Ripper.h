@@ -236,6 +236,9 @@ private:
     std::optional<std::string> genericTitle_;  // under infoMutex_
     std::atomic<unsigned> bufferSize_{8192};
     std::atomic<unsigned> bitRate_{0};
+    // From the header's "Content-Type:": the files' extension, their tag and
+    // their cuts. Set by each header, before the first file of that run.
+    std::atomic<AudioFormat> format_{AudioFormat::mp3};
     std::atomic<bool> hasMeta_{false};
     std::atomic<bool> useMeta_{true};
     std::atomic<State> state_{State::Stopped};

@@ -146,8 +146,9 @@ void Ripper::setFileName(const std::string& newTitle) {
     ++trackNum_;
     setCurrentTrack(name);
     setState(State::Recording);
-    std::string path =
-        joinPath(folder, fileNameForTrack(name, standardFiltered(bookmark_->name().value_or(""))));
+    std::string path = joinPath(
+        folder,
+        fileNameForTrack(name, standardFiltered(bookmark_->name().value_or("")), fileExtension(format_)));
     {
         std::lock_guard lock(infoMutex_);
         filename_ = path;
@@ -181,8 +182,9 @@ void Ripper::setNoNameFile() {
     setState(State::Recording);
     const std::string name = trackSplit_ ? TrackSplitPolicy::chunkStem(generic, trackNum_) : currentTrack();
     ++trackNum_;
-    std::string path =
-        joinPath(downloadPath(), fileNameForTrack(name, standardFiltered(bookmark_->name().value_or(""))));
+    std::string path = joinPath(
+        downloadPath(),
+        fileNameForTrack(name, standardFiltered(bookmark_->name().value_or("")), fileExtension(format_)));
     {
         std::lock_guard lock(infoMutex_);
         filename_ = path;
@@ -225,7 +227,9 @@ void Ripper::setupFile(bool write, bool mayResume) {
         sink_.discardTrack();
         return;
     }
-    TrackSink::Tag tag{currentTrack(), bookmark_->genre(), bookmark_->separator().value_or("")};
+    std::optional<TrackSink::Tag> tag;
+    if (takesId3Tag(format_))
+        tag = TrackSink::Tag{currentTrack(), bookmark_->genre(), bookmark_->separator().value_or("")};
     auto path = sink_.openTrack(filename(), tag, mayResume);
     if (!path) return;  // the failure is raised on the connection thread
     {

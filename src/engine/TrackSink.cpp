@@ -25,12 +25,13 @@ void TrackSink::reset(int recordOffset) {
     pendingError_.clear();
 }
 
-void TrackSink::initValues(unsigned bitrate) {
+void TrackSink::initValues(unsigned bitrate, AudioFormat format) {
     std::lock_guard lock(mutex_);
-    writer_->initValues(bitrate);
+    writer_->initValues(bitrate, format);
 }
 
-std::optional<std::string> TrackSink::openTrack(const std::string& path, const Tag& tag, bool mayResume) {
+std::optional<std::string> TrackSink::openTrack(const std::string& path, const std::optional<Tag>& tag,
+                                                bool mayResume) {
     std::string resumePath, resumeAsked;
     {
         std::lock_guard lock(mutex_);
@@ -46,11 +47,11 @@ std::optional<std::string> TrackSink::openTrack(const std::string& path, const T
         opened = TrackFile::openForAppending(resumePath);
     const bool resumed = opened.file.isOpen();
     if (!resumed) opened = TrackFile::createUnique(path);
-    if (opened.file.isOpen() && !resumed) {
+    if (opened.file.isOpen() && !resumed && tag) {
         TinyID3 id3;
-        id3.setGenre(tag.genre);
-        id3.setSeparator(tag.separator);
-        if (!id3.updateFile(opened.file, tag.trackName) && TinyID3::tagSize() > 0) opened.error = errno;
+        id3.setGenre(tag->genre);
+        id3.setSeparator(tag->separator);
+        if (!id3.updateFile(opened.file, tag->trackName) && TinyID3::tagSize() > 0) opened.error = errno;
     }
     std::lock_guard lock(mutex_);
     if (!opened.file.isOpen() || (!resumed && opened.error != 0)) {
@@ -64,6 +65,7 @@ std::optional<std::string> TrackSink::openTrack(const std::string& path, const T
     if (!resumed) {
         lastAsked_ = path;
         lastFresh_ = true;
+        lastHeadBytes_ = tag ? TinyID3::tagSize() : 0;
     }
     writer_->setNewFileHandle(std::move(opened.file));
     open_ = true;
@@ -99,20 +101,22 @@ void TrackSink::add(std::span<const std::uint8_t> block) {
 
 void TrackSink::finish() {
     std::string last;
+    std::uintmax_t headBytes = 0;
     {
         std::lock_guard lock(mutex_);
         if (!open_) return;
         open_ = false;
         last = lastFresh_ ? lastPath_ : std::string();
+        headBytes = lastHeadBytes_;
         // Deliberate: what the delay line holds is written out at every end
         // (stop, end of stream, failure, reconnect, quit): a recording ends
         // where the stream did, not 30 seconds earlier.
         writer_->finish();
     }
-    // A file that got its tag but no audio (a cut that the end came before) is
-    // no track: it goes rather than staying as an empty file.
+    // A file that got its tag (if any) but no audio (a cut that the end came
+    // before) is no track: it goes rather than staying as an empty file.
     std::error_code ec;
-    if (!last.empty() && std::filesystem::file_size(last, ec) == TinyID3::tagSize() && !ec)
+    if (!last.empty() && std::filesystem::file_size(last, ec) == headBytes && !ec)
         std::filesystem::remove(last, ec);
 }
 

@@ -41,15 +41,18 @@ public:
     // A fresh writer for a new connection set-up (offset: the record offset
     // in seconds); no file is open until the first track.
     void reset(int recordOffset);
-    // Sizes the writer once the stream's bit rate (kbit/s) is known.
-    void initValues(unsigned bitrate);
+    // Sizes the writer once the stream's bit rate (kbit/s) and format are
+    // known.
+    void initValues(unsigned bitrate, AudioFormat format = AudioFormat::mp3);
 
     // Opens the file of the next track at `path`, or at the next free
-    // numbered name beside it, with its tag; with `mayResume`, the sink's own
+    // numbered name beside it, with its tag (none for formats that take no
+    // ID3 tag: `tag` unset); with `mayResume`, the sink's own
     // last file of that name is appended to instead. The writer switches to
     // it at its cut. Returns the path used; nothing when the file cannot be
     // made (the audio then goes nowhere and the next add raises the failure).
-    std::optional<std::string> openTrack(const std::string& path, const Tag& tag, bool mayResume);
+    std::optional<std::string> openTrack(const std::string& path, const std::optional<Tag>& tag,
+                                         bool mayResume);
     // The next track's audio is discarded (a skipped track, relaying only).
     void discardTrack();
     // Moves a finished file to `to`, or to the next free name beside it; the
@@ -78,7 +81,8 @@ private:
     // name was taken): a resumed track appends to it.
     std::string lastPath_;
     std::string lastAsked_;
-    bool lastFresh_ = false;  // the last file was created by this sink (it has only our bytes)
+    bool lastFresh_ = false;            // the last file was created by this sink (it has only our bytes)
+    std::uintmax_t lastHeadBytes_ = 0;  // the size of the tag it began with
 };
 
 }  // namespace quillon

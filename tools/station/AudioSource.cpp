@@ -2,13 +2,27 @@
 
 #include <algorithm>
 
+#include "station/AssetTones.h"
+
 namespace quillon {
 
 AudioSource::AudioSource(StationPayload payload, std::uint32_t kbps) : payload_(payload) {
-    if (payload_ == StationPayload::mp3) loops_ = Mp3Tones::loops(kbps);
+    switch (payload_) {
+        case StationPayload::mp3:
+            loops_ = Mp3Tones::loops(kbps);
+            break;
+        case StationPayload::aac:
+            loops_ = AssetTones::aac();
+            break;
+        case StationPayload::ogg:
+            loops_ = AssetTones::ogg();
+            break;
+        case StationPayload::counter:
+            break;
+    }
 }
 
-void AudioSource::setTone(std::size_t tone) { nextTone_ = tone % Mp3Tones::toneCount; }
+void AudioSource::setTone(std::size_t tone) { nextTone_ = loops_ ? tone % loops_->size() : 0; }
 
 void AudioSource::fill(std::span<std::uint8_t> out) {
     if (payload_ == StationPayload::counter) {

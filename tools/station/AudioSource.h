@@ -3,8 +3,9 @@
 //
 // counter: byte n of the stream is counterByte(n), a pure function of the
 // absolute audio offset, so a test can tell exactly which bytes reached a file.
-// mp3: whole frames of the current tone's loop; a tone change takes effect at the
-// next frame boundary, so the stream stays frame-aligned and decodes cleanly.
+// mp3, aac: whole frames of the current tone's loop; a tone change takes effect
+// at the next frame boundary, so the stream stays frame-aligned and decodes
+// cleanly. ogg: the one tone's file, over and over (a chained stream).
 //
 // One client thread uses one source.
 #include <cstddef>

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "station/AssetTones.h"
 #include "station/ChunkWriter.h"
 #include "station/Mp3Tones.h"
 #include "station/StationHttp.h"
@@ -65,6 +66,8 @@ std::vector<TitleAnnouncement> Station::titleSchedule(std::uint64_t audioBytes) 
 void Station::start() {
     if (started_) throw std::logic_error("station already started");
     if (options_.payload == StationPayload::mp3) Mp3Tones::loops(options_.bitrate);
+    if (options_.payload == StationPayload::aac) AssetTones::aac();
+    if (options_.payload == StationPayload::ogg) AssetTones::ogg();
 
     FileHandle listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (!listener.isOpen()) throw socketError("socket");

@@ -43,7 +43,7 @@ std::string StationHttp::streamHeader(const StationOptions& o, std::uint32_t met
                                                         : "HTTP/1.0 200 OK\r\n";
     if (!server.empty()) header += "Server: " + server + "\r\n";
     if (o.chunked) header += "Transfer-Encoding: chunked\r\n";
-    header += "content-type:audio/mpeg\r\n";
+    header += "content-type:" + contentType(o.payload) + "\r\n";
     header += "icy-name:" + o.name + "\r\n";
     header += "icy-genre:" + o.genre + "\r\n";
     header += "icy-url:" + o.url + "\r\n";
@@ -56,6 +56,19 @@ std::string StationHttp::streamHeader(const StationOptions& o, std::uint32_t met
     }
     header += "\r\n";
     return header;
+}
+
+std::string StationHttp::contentType(StationPayload payload) {
+    switch (payload) {
+        case StationPayload::aac:
+            return "audio/aac";
+        case StationPayload::ogg:
+            return "application/ogg";
+        case StationPayload::mp3:
+        case StationPayload::counter:
+            break;
+    }
+    return "audio/mpeg";
 }
 
 std::string StationHttp::redirect(std::string_view location) {

@@ -23,6 +23,8 @@ public:
 
     // The stream header; `metaint` 0 leaves out "icy-metaint:".
     static std::string streamHeader(const StationOptions& options, std::uint32_t metaint);
+    // The Content-Type the payload is announced as (the counter bytes pose as MP3).
+    static std::string contentType(StationPayload payload);
     // "HTTP/1.0 302 Found" with a Location: line.
     static std::string redirect(std::string_view location);
     // An error status line ("ICY 401 Unauthorized" or "HTTP/1.0 404 Not Found", ...).

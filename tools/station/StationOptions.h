@@ -10,7 +10,8 @@
 namespace quillon {
 
 enum class StationRate { realtime, max };
-enum class StationPayload { mp3, counter };
+// mp3 and aac switch tones at title changes; ogg repeats one tone.
+enum class StationPayload { mp3, counter, aac, ogg };
 enum class StationStatus { icy, http };
 // How metadata blocks look when titles are withheld: none (titles are sent),
 // zero-length blocks only, blocks that carry StreamTitle='', or blocks that
