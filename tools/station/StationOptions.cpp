@@ -70,6 +70,7 @@ void validate(const StationOptions& o) {
         fail("a bad metadata block needs titles, not empty titles");
     }
     if (o.closeAfter && *o.closeAfter == 0) fail("close-after must be at least 1 byte");
+    if (o.tlsCertificate.has_value() != o.tlsKey.has_value()) fail("TLS needs both a certificate and a key");
     if (o.refuse && (*o.refuse < 400 || *o.refuse > 599)) {
         fail("refusal status must be between 400 and 599, not " + std::to_string(*o.refuse));
     }
