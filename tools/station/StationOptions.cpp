@@ -76,8 +76,9 @@ void validate(const StationOptions& o) {
     }
     if (o.redirectTo) {
         const std::string_view url = *o.redirectTo;
-        if (url.substr(0, 7) != "http://" || url.size() == 7) {
-            fail("redirect target must be an http:// URL: " + *o.redirectTo);
+        const std::size_t scheme = url.substr(0, 7) == "http://" ? 7 : url.substr(0, 8) == "https://" ? 8 : 0;
+        if (scheme == 0 || url.size() == scheme) {
+            fail("redirect target must be an http:// or https:// URL: " + *o.redirectTo);
         }
         if (url.find_first_of("\r\n") != std::string_view::npos) fail("redirect target has a line break");
     }
