@@ -37,8 +37,9 @@ void read(const nlohmann::json& body, const char* field, std::optional<T>& into)
 
 BookmarkChanges BookmarkChanges::fromJson(const nlohmann::json& body,
                                           std::initializer_list<const char*> also) {
-    static const char* const known[] = {"name",        "separator", "genre",     "trackNum",     "clean",
-                                        "sortArtists", "noSplit",   "recOffset", "titleEncoding"};
+    static const char* const known[] = {"name",          "separator",     "genre",   "trackNum",
+                                        "clean",         "sortArtists",   "noSplit", "recOffset",
+                                        "titleEncoding", "allowUntrusted"};
     for (const auto& [key, value] : body.items()) {
         bool ok = std::find(std::begin(known), std::end(known), key) != std::end(known) ||
                   std::find(also.begin(), also.end(), key) != also.end();
@@ -54,6 +55,7 @@ BookmarkChanges BookmarkChanges::fromJson(const nlohmann::json& body,
     read(body, "noSplit", c.noSplit);
     read(body, "recOffset", c.recOffset);
     read(body, "titleEncoding", c.titleEncoding);
+    read(body, "allowUntrusted", c.allowUntrusted);
     c.check();
     return c;
 }
@@ -72,6 +74,7 @@ nlohmann::json BookmarkChanges::toJson() const {
     put("noSplit", noSplit);
     put("recOffset", recOffset);
     put("titleEncoding", titleEncoding);
+    put("allowUntrusted", allowUntrusted);
     return j;
 }
 
@@ -101,6 +104,7 @@ void BookmarkChanges::applyTo(Bookmark& bookmark) const {
     if (separator) bookmark.setSeparator(*separator);
     if (genre) bookmark.setGenre(*genre);
     if (recOffset) bookmark.setRecOffset(*recOffset);
+    if (allowUntrusted) bookmark.setAllowUntrustedCertificate(*allowUntrusted);
     // Stored under its canonical name, whatever alias was given.
     if (titleEncoding)
         bookmark.setTitleEncoding(std::string(TitleEncoding::name(*TitleEncoding::fromName(*titleEncoding))));

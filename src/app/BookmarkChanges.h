@@ -4,7 +4,8 @@
 // JSON both come here, so that one place checks the values.
 //
 // JSON fields: name, trackNum, sortArtists, clean, noSplit (bool), separator,
-// genre, titleEncoding (text), recOffset (whole seconds).
+// genre, titleEncoding (text), recOffset (whole seconds), allowUntrusted
+// (bool: take an https server's certificate even when it does not verify).
 //
 // Thread contract: a plain value.
 #include <optional>
@@ -18,7 +19,7 @@ class Bookmark;
 
 struct BookmarkChanges {
     std::optional<std::string> name, separator, genre, titleEncoding;
-    std::optional<bool> trackNum, sortArtists, clean, noSplit;
+    std::optional<bool> trackNum, sortArtists, clean, noSplit, allowUntrusted;
     std::optional<int> recOffset;
 
     // Throws BadInput for unknown fields and values of the wrong type, then

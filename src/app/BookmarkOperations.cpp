@@ -108,6 +108,8 @@ nlohmann::json BookmarkOperations::record(const Bookmark& b, const std::string& 
             {"trackNum", b.trackNum()},
             {"recOffset", b.recOffset()},
             {"titleEncoding", b.titleEncoding()},
+            {"scheme", b.scheme()},
+            {"allowUntrusted", b.allowUntrustedCertificate()},
             {"file", file}};
 }
 

@@ -6,7 +6,8 @@
 //
 // JSON field names (stable), a bookmark: name, host, port, path, user,
 // hasPassword, genre, separator, clean, noSplit, sortArtists, trackNum,
-// recOffset, titleEncoding, file; in lists also entry (the name to use) and group.
+// recOffset, titleEncoding, scheme ("http" or "https"), allowUntrusted, file; in lists also entry (the name
+// to use) and group.
 //
 // Thread contract: stateless; any one thread at a time per bookmark file.
 #include <string>

@@ -35,8 +35,10 @@ std::optional<std::string> headerValue(const std::string& header, const std::str
 std::shared_ptr<Bookmark> bookmarkForStreamUrl(const Url& url, const std::string& name) {
     auto b = Bookmark::bookmark();
     b->setName(name);
+    const std::string scheme = url.scheme.value_or("http");
+    b->setScheme(scheme);
     b->setHost(url.host);
-    b->setPort(std::to_string(url.port && *url.port > 0 ? *url.port : 80));
+    b->setPort(std::to_string(url.port && *url.port > 0 ? *url.port : Bookmark::defaultPort(scheme)));
     b->setPath(url.query ? url.path + "?" + *url.query : url.path);
     b->setUser(url.user);
     b->setPass(url.password);

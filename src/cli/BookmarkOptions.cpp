@@ -50,6 +50,11 @@ void BookmarkOptions::addTo(CLI::App& command, const std::string& nameHelp) {
     addSwitch(command, "--no-split", "--split", noSplit_, conflict_,
               "Record into one file instead of cutting a new file at each title change",
               "Cut a new file at each title change (default)");
+    addSwitch(command, "--allow-untrusted-certificate", "--require-trusted-certificate", allowUntrusted_,
+              conflict_,
+              "Record this https stream even when its server's certificate cannot be verified (the "
+              "status then says so)",
+              "Record this https stream only from a server whose certificate verifies (default)");
     addText(command, "--separator", "TEXT", separator_,
             "The text between artist and title in the stream's titles (default \" - \")");
     addText(command, "--genre", "TEXT", genre_,
@@ -73,6 +78,7 @@ BookmarkChanges BookmarkOptions::changes() const {
     c.sortArtists = sortArtists_;
     c.clean = clean_;
     c.noSplit = noSplit_;
+    c.allowUntrusted = allowUntrusted_;
     if (titleEncoding_ && !TitleEncoding::fromName(*titleEncoding_)) {
         throw UsageError("--title-encoding takes " + TitleEncoding::choices() + ", not '" + *titleEncoding_ +
                          "'");

@@ -26,7 +26,7 @@ public:
     const std::optional<std::string>& name() const { return name_; }
 
 private:
-    std::optional<bool> trackNum_, sortArtists_, clean_, noSplit_;
+    std::optional<bool> trackNum_, sortArtists_, clean_, noSplit_, allowUntrusted_;
     std::optional<std::string> separator_, genre_, offset_, name_, titleEncoding_;
     std::string conflict_;  // a switch given both ways
 };

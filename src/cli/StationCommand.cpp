@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <stdexcept>
+#include <vector>
 
 #include "station/AssetTones.h"
 #include "station/Station.h"
@@ -41,6 +42,7 @@ struct StationArgs {
     bool chunked = false;
     std::optional<std::uint64_t> badChunkAt;
     std::string titleEncoding;
+    std::vector<std::string> tls;  // certificate and key
 };
 
 StationOptions stationOptions(const StationArgs& a) {
@@ -75,6 +77,10 @@ StationOptions stationOptions(const StationArgs& a) {
     o.titleEncoding = a.titleEncoding;
     o.chunked = a.chunked;
     o.badChunkAt = a.badChunkAt;
+    if (a.tls.size() == 2) {
+        o.tlsCertificate = a.tls[0];
+        o.tlsKey = a.tls[1];
+    }
     o.emptyTitles = a.emptyTitles   ? EmptyTitles::zeroLength
                     : a.blankTitles ? EmptyTitles::blank
                                     : EmptyTitles::none;
@@ -157,6 +163,9 @@ void addStationCommand(CLI::App& app, CommandRunner& runner) {
                   "Answer HTTP/1.1 with the stream in chunks of varying sizes (needs --status http)");
     cmd->add_option("--bad-chunk-at", args->badChunkAt,
                     "With --chunked: send a malformed chunk size line after this many audio bytes");
+    cmd->add_option("--tls", args->tls, "Serve over TLS with this certificate chain and key (PEM files)")
+        ->expected(2)
+        ->type_name("CERT KEY");
     cmd->callback([args, bitrate, &runner] {
         args->bitrateGiven = bitrate->count() > 0;
         runner = [args] { return runStation(*args); };

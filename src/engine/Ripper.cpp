@@ -33,6 +33,8 @@ constexpr int kMaxRedirects = 10;
 constexpr std::string_view kDiskError = QLNBuffer::kDiskError;
 // The name of the failure raised for a stream whose transfer framing is broken.
 constexpr std::string_view kStreamError = "Stream framing error";
+// The name of the failure raised for an https server whose certificate does not verify.
+constexpr std::string_view kUntrusted = "certificate not trusted";
 
 // The port of a redirection's address: its own, else the scheme's.
 std::string redirectPort(const Url& url) {
@@ -73,6 +75,7 @@ void Ripper::start() {
     settings_ = ConnectionSettings::fromPreferences(*Preferences::preferences());
     off_ = false;
     errorCount_ = 0;
+    untrusted_ = false;
     endReason_ = EndReason::None;
     {
         std::lock_guard info(infoMutex_);
@@ -238,8 +241,15 @@ std::chrono::system_clock::time_point Ripper::connectionDate() const {
 
 std::string Ripper::currentStatus() const {
     if (state_ < State::Recording) return localized("idle", "Idle");
-    if (relayOnly_) return localized("relaying", "Relay (no record) : ") + currentTrack();
-    return localized("recording", "Recording : ") + currentTrack();
+    return streamingText(relayOnly_) + currentTrack();
+}
+
+std::string Ripper::streamingText(bool relaying) const {
+    if (untrusted_) {
+        return relaying ? localized("relayingUntrusted", "Relay (no record, untrusted certificate) : ")
+                        : localized("recordingUntrusted", "Recording (untrusted certificate) : ");
+    }
+    return relaying ? localized("relaying", "Relay (no record) : ") : localized("recording", "Recording : ");
 }
 
 std::string Ripper::description() const {
@@ -300,10 +310,8 @@ void Ripper::setState(State state) {
             text = localized("Redirecting", "Server redirection ...");
             break;
         case State::Recording:
-            text = localized("recording", "Recording : ") + currentTrack();
-            break;
         case State::Relaying:
-            text = localized("relaying", "Relay (no record) : ") + currentTrack();
+            text = streamingText(state == State::Relaying) + currentTrack();
             break;
     }
     {
@@ -354,13 +362,46 @@ bool Ripper::sleepUnlessOff(double seconds) {
     return !off_;
 }
 
+void Ripper::openTunnel(TCPSocket& socket) {
+    StreamRequestParams params;
+    params.host = bookmark_->host().value_or("");
+    params.port = bookmark_->port().value_or("");
+    socket.writeString(tunnelRequest(params), timing().streamReadTimeout);
+    static constexpr std::uint8_t kEnd[] = {'\r', '\n', '\r', '\n'};
+    Bytes reply = socket.readDataUpToData(kEnd, kHeaderMax, timing().streamReadTimeout);
+    bytesRead_ += reply.size();
+    const std::string_view text = asText(reply);
+    // A reply as long as the bound never ended: no tunnel either.
+    if (reply.size() >= kHeaderMax || !tunnelOpened(text)) {
+        const std::string status = printable(text.substr(0, std::min(text.find("\r\n"), std::size_t{80})));
+        throw NamedException("Server Error", "The proxy refused the tunnel: " +
+                                                 (status.empty() ? std::string("no answer") : status));
+    }
+}
+
+void Ripper::secureSocket(TCPSocket& socket) {
+    const std::string host = bookmark_->host().value_or("");
+    const bool allow = bookmark_->allowUntrustedCertificate();
+    const std::string why = socket.startTls(host, allow, timing().streamReadTimeout);
+    untrusted_ = !why.empty();
+    // Only the bookmark's own option lets an untrusted server through; the
+    // user hears of it every time it does.
+    if (untrusted_)
+        Log::warning(
+            fmt::format("{}: recording from {} with an untrusted certificate ({}), as the "
+                        "bookmark allows",
+                        connName(), host, why));
+}
+
 std::string Ripper::logHeader() const {
     StreamRequestParams params;
     params.host = bookmark_->host().value_or("");
     params.port = bookmark_->port().value_or("");
     params.path = bookmark_->path();
     params.authentication = bookmark_->authentication();
-    params.proxyOn = settings_.proxyOn;
+    // An https stream goes through the proxy's tunnel: the request is then
+    // the one the stream's own server takes.
+    params.proxyOn = settings_.proxyOn && !bookmark_->secure();
     params.userAgent = settings_.userAgent;
     return quillon::logHeader(params);
 }
@@ -384,6 +425,10 @@ void Ripper::startRipping(std::shared_ptr<TCPSocket> socket) {
                     intValue(proxyOn ? proxyPort : bookmark_->port().value_or("")));
                 if (!socket->connectToHostName(host, port))
                     throw NamedException("Server Error", "Server refused connection");
+                if (bookmark_->secure()) {
+                    if (proxyOn) openTunnel(*socket);
+                    secureSocket(*socket);
+                }
                 int result = connect(*socket);
                 connected = result == 0;
                 if (result == 1) {
@@ -397,7 +442,8 @@ void Ripper::startRipping(std::shared_ptr<TCPSocket> socket) {
                 std::lock_guard info(infoMutex_);
                 connectionDate_ = std::chrono::system_clock::now();
             } catch (const NamedException& e) {
-                if (e.name() == kStreamError) throw;
+                // Neither a broken framing nor an untrusted server is mended by trying again.
+                if (e.name() == kStreamError || e.name() == kUntrusted) throw;
                 // One failed attempt; its reason is worth a line of its own.
                 Log::line(e.reason());
                 lastFailure = e.reason();
@@ -439,7 +485,8 @@ void Ripper::startRipping(std::shared_ptr<TCPSocket> socket) {
         finishRecording();
         if (e.name() == kDiskError) setEnd(EndReason::DiskError, e.reason());
         if (e.name() == kStreamError) setEnd(EndReason::Lost, e.reason());
-        if (endReason_ == EndReason::DiskError || e.name() == kStreamError) {
+        if (e.name() == kUntrusted) setEnd(EndReason::Untrusted, e.reason());
+        if (endReason_ == EndReason::DiskError || e.name() == kStreamError || e.name() == kUntrusted) {
             showFailure();
             return;
         }
@@ -512,6 +559,9 @@ std::string Ripper::endReasonText() const {
         case EndReason::DiskError:
             // The failure's own text already begins "Disk error: ...".
             return text.empty() ? std::string(kDiskError) : text;
+        case EndReason::Untrusted:
+            // As does this one: "certificate not trusted: ...".
+            return text.empty() ? std::string(kUntrusted) : text;
     }
     return "";
 }
@@ -653,6 +703,8 @@ int Ripper::connect(TCPSocket& socket) {
     if (auto location = StreamHeader::lineValue(header, "location:")) {
         auto url = Url::parse(std::string(trimmedBlanks(*location)));
         if (!url) return -1;
+        // A redirection may change the scheme either way (http to https and back).
+        bookmark_->setScheme(url->scheme.value_or(bookmark_->scheme()));
         bookmark_->setHost(url->host);
         bookmark_->setPort(redirectPort(*url));
         std::string path = url->path.empty() ? "/" : url->path;

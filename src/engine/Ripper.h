@@ -67,6 +67,7 @@ public:
         Lost,         // a read failed or timed out, or the stream lost sync
         Refused,      // no connection could be made or the server refused it
         DiskError,    // the track file could not be created or written
+        Untrusted,    // the https server's certificate did not verify
     };
 
     // Makes the connection and starts it at once.
@@ -133,6 +134,9 @@ public:
     std::uint64_t bytesRead() const { return bytesRead_; }
     int trackCount() const { return trackNum_; }
     EndReason endReason() const { return endReason_; }
+    // The https server's certificate was taken untrusted (the bookmark
+    // allows it): the status says so while recording.
+    bool untrustedCertificate() const { return untrusted_; }
     // The end reason in words, with the failure's own text where there is one
     // ("disk error: No space left on device"); empty while running.
     std::string endReasonText() const;
@@ -154,6 +158,13 @@ private:
     void setState(State state);
     void setValues(unsigned bufferSize, bool meta, State state, unsigned bitrate);
     std::string logHeader() const;
+    // Over https: the TLS handshake on the connected socket (raises kUntrusted
+    // when the certificate does not verify and the bookmark does not allow it).
+    void secureSocket(TCPSocket& socket);
+    // Through a proxy, https asks for a tunnel first (raises when refused).
+    void openTunnel(TCPSocket& socket);
+    // "Recording : " or "Relay (no record) : ", marked when the certificate is untrusted.
+    std::string streamingText(bool relaying) const;
     bool sleepUnlessOff(double seconds);
     std::shared_ptr<TCPSocket> replaceSocket();
     void runOnMain(const std::function<void()>& task);
@@ -168,7 +179,7 @@ private:
     // Tells the rule that the connection is closed and forgets it (main thread).
     void detachTimer();
     // Ends the connection for good with its end reason as its status text and
-    // a log line (a disk error, a broken stream framing).
+    // a log line (a disk error, a broken stream framing, an untrusted server).
     void showFailure();
     // Fills the next audio block from the demuxer; `atEnd` also takes what the
     // lookahead holds back.
@@ -262,6 +273,7 @@ private:
     const std::uint64_t id_;
     std::atomic<EndReason> endReason_{EndReason::None};
     std::string endText_;  // under infoMutex_
+    std::atomic<bool> untrusted_{false};
     // No file opened yet since the last (re)connect: the first may resume.
     std::atomic<bool> firstFileOfRun_{true};
 };

@@ -39,4 +39,18 @@ std::string logHeader(const StreamRequestParams& params) {
     return request;
 }
 
+std::string tunnelRequest(const StreamRequestParams& params) {
+    const std::string address = oneLine(params.host) + ":" + oneLine(params.port);
+    return "CONNECT " + address + " HTTP/1.1\r\nHost: " + address + "\r\n\r\n";
+}
+
+bool tunnelOpened(std::string_view reply) {
+    if (reply.substr(0, 5) != "HTTP/") return false;
+    const std::size_t space = reply.find(' ');
+    if (space == std::string_view::npos || reply.size() < space + 4) return false;
+    const std::string_view code = reply.substr(space + 1, 3);
+    return code[0] == '2' && code.find_first_not_of("0123456789") == std::string_view::npos &&
+           (reply.size() == space + 4 || reply[space + 4] == ' ' || reply[space + 4] == '\r');
+}
+
 }  // namespace quillon

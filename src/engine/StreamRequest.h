@@ -4,6 +4,7 @@
 // credentials and the proxy and User-Agent settings. Safe on any thread.
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace quillon {
 
@@ -25,5 +26,14 @@ inline constexpr const char* kDefaultUserAgent = "QLN_Mac_OSX/1.70 (Macintosh; N
 
 // The whole request, every line ending "\r\n", closed by an empty line.
 std::string logHeader(const StreamRequestParams& params);
+
+// An https stream through a proxy: the request that asks the proxy for a
+// tunnel to the stream's host and port, through which the TLS session and the
+// direct-form request then go.
+std::string tunnelRequest(const StreamRequestParams& params);
+
+// Whether a proxy's reply to the tunnel request opens the tunnel (a 2xx
+// status line); `reply` is the reply head up to its blank line.
+bool tunnelOpened(std::string_view reply);
 
 }  // namespace quillon

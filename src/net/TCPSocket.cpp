@@ -1,5 +1,6 @@
 #include "net/TCPSocket.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -9,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <climits>
 #include <cstring>
 
 #include "platform/Log.h"
@@ -88,12 +90,91 @@ bool TCPSocket::connectToHostName(const std::string& host, std::uint16_t port) {
 }
 
 std::size_t TCPSocket::readBytesToBuffer(void* buffer, std::size_t length) {
+    if (tls_) return tlsRead(static_cast<std::uint8_t*>(buffer), length, INT_MAX / 1000.0, nullptr);
     return readUntilDone(buffer, length, false);
+}
+
+std::string TCPSocket::startTls(const std::string& host, bool allowUntrusted, double timeout) {
+    if (fd() < 0 || !connected()) throw NamedException("TLS error", "TLS error (not connected)");
+    if (tls_) throw NamedException("TLS error", "TLS error (already started)");
+    // Each step of the session must return rather than block: the waits are ours.
+    const int flags = ::fcntl(fd(), F_GETFL);
+    if (flags < 0 || ::fcntl(fd(), F_SETFL, flags | O_NONBLOCK) != 0) throw withErrno("TLS error");
+    // Record sizes are not the reader's sizes: any arrival may complete one.
+    setLowWater(1);
+    tls_ = TLSSession::client(fd(), host, allowUntrusted);
+    while (true) {
+        const TLSSession::Result result = tls_->handshake();
+        if (result.step == TLSSession::Step::Done) break;
+        if (result.step == TLSSession::Step::WantRead || result.step == TLSSession::Step::WantWrite) {
+            if (!waitForStep(result.step, timeout, "TCP read error")) throw withErrno("TCP read timeout");
+            continue;
+        }
+        const std::string why = tls_->verifyError();
+        if (!why.empty() && why != "no certificate")
+            throw NamedException("certificate not trusted", "certificate not trusted: " + why);
+        const std::string& error = tls_->error();
+        throw NamedException("TLS error", fmt::format("TLS handshake with {} failed: {}", host,
+                                                      error.empty() ? "the server hung up" : error));
+    }
+    return tls_->verifyError();
+}
+
+bool TCPSocket::waitForStep(TLSSession::Step step, double timeout, const char* troubleName) {
+    const short events = step == TLSSession::Step::WantWrite ? POLLOUT : POLLIN;
+    short revents = 0;
+    if (waitFor(events, timeout, revents) < 1) return false;
+    if (!(revents & events) && (revents & kTrouble)) throw withErrno(troubleName);
+    return true;
+}
+
+std::size_t TCPSocket::tlsRead(std::uint8_t* out, std::size_t wanted, double timeout, std::size_t* received) {
+    std::size_t done = 0;
+    while (done < wanted) {
+        const TLSSession::Result result = tls_->read(out + done, wanted - done);
+        switch (result.step) {
+            case TLSSession::Step::Done:
+                done += result.count;
+                if (received) *received = done;
+                break;
+            case TLSSession::Step::Closed:
+                return done;
+            case TLSSession::Step::Failed:
+                throw NamedException("TCP Read Error", "TCP Read Error (" + tls_->error() + ")");
+            case TLSSession::Step::WantRead:
+            case TLSSession::Step::WantWrite:
+                if (!waitForStep(result.step, timeout, "TCP read error")) throw withErrno("TCP read timeout");
+                break;
+        }
+    }
+    return done;
+}
+
+void TCPSocket::tlsWrite(const std::uint8_t* bytes, std::size_t length, double timeout) {
+    while (length > 0) {
+        const TLSSession::Result result = tls_->write(bytes, length);
+        switch (result.step) {
+            case TLSSession::Step::Done:
+                bytes += result.count;
+                length -= result.count;
+                break;
+            case TLSSession::Step::Closed:
+                throw NamedException("TCP Write Error", "TCP Write Error (the peer ended the session)");
+            case TLSSession::Step::Failed:
+                throw NamedException("TCP Write Error", "TCP Write Error (" + tls_->error() + ")");
+            case TLSSession::Step::WantRead:
+            case TLSSession::Step::WantWrite:
+                if (!waitForStep(result.step, timeout, "TCP Write error"))
+                    throw withErrno("TCP Write timeout");
+                break;
+        }
+    }
 }
 
 void TCPSocket::writeBytes(const void* bytes, std::int32_t length, double timeout) {
     auto* next = static_cast<const std::uint8_t*>(bytes);
     std::size_t remaining = length > 0 ? static_cast<std::size_t>(length) : 0;
+    if (tls_) return tlsWrite(next, remaining, timeout);
     while (remaining > 0) {
         short revents = 0;
         if (waitFor(POLLOUT, timeout, revents) < 1) throw withErrno("TCP Write timeout");
@@ -113,6 +194,10 @@ void TCPSocket::writeBytes(const void* bytes, std::int32_t length, double timeou
 
 std::size_t TCPSocket::readArrived(void* buffer, std::size_t length) {
     if (fd() < 0 || length == 0) return 0;
+    if (tls_) {
+        const TLSSession::Result result = tls_->read(buffer, length);
+        return result.step == TLSSession::Step::Done ? result.count : 0;
+    }
     while (true) {
         const ssize_t got = ::recv(fd(), buffer, length, MSG_DONTWAIT);
         if (got >= 0) return static_cast<std::size_t>(got);
@@ -126,6 +211,7 @@ std::size_t TCPSocket::readBytesToBuffer(void* buffer, std::int64_t length, doub
     if (length < 1) return 0;
     auto* out = static_cast<std::uint8_t*>(buffer);
     auto wanted = static_cast<std::size_t>(length);
+    if (tls_) return tlsRead(out, wanted, timeout, received);
     std::size_t done = 0;
     while (done < wanted) {
         // What has already arrived is taken without a wait: a fast stream then
@@ -231,6 +317,7 @@ Bytes TCPSocket::readBoundedUpToString(std::string_view delimiter, std::size_t m
     using Clock = std::chrono::steady_clock;
     const auto wanted = asBytes(delimiter);
     const std::size_t d = wanted.size();
+    if (tls_) throw NamedException("TCP Read Error", "TCP Read Error (a bounded read needs a plain socket)");
     const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(
                                              std::chrono::duration<double>(std::max(limit, 0.0)));
     setLowWater(1);
@@ -274,6 +361,8 @@ void TCPSocket::writeData(std::span<const std::uint8_t> bytes, double timeout) {
 
 std::size_t TCPSocket::writeWithoutWaiting(std::span<const std::span<const std::uint8_t>> parts) {
     constexpr std::size_t kMaxParts = 16;
+    if (tls_)
+        throw NamedException("TCP Write Error", "TCP Write Error (a gathered send needs a plain socket)");
     iovec vectors[kMaxParts];
     msghdr message{};
     for (const auto& part : parts.first(std::min(parts.size(), kMaxParts))) {
@@ -297,6 +386,10 @@ void TCPSocket::writeString(std::string_view text, double timeout) {
 }
 
 void TCPSocket::close() {
+    if (tls_) {
+        tls_->shutdown();
+        tls_.reset();
+    }
     remoteHost_.clear();
     remotePort_ = 0;
     lowWater_ = 1;  // a new descriptor starts from the kernel's default

@@ -4,6 +4,11 @@
 // the listening side that hands each accepted client to a handler on the main
 // thread.
 //
+// A connected client may go over to TLS (startTls); from then on its timed
+// reads and writes, the delimiter reads built on them and readArrived carry
+// the session's plain bytes, with the same time-outs and end-of-stream
+// behaviour as without it, so that the code above does not care.
+//
 // Thread contract: as Socket. One thread at a time reads, writes, connects or
 // closes a socket; the new-client handler runs on the main thread while the
 // accept thread waits for it. Failures of the I/O operations are raised as
@@ -19,6 +24,7 @@
 #include <string_view>
 
 #include "net/Socket.h"
+#include "net/TLSSession.h"
 #include "platform/ByteBuffer.h"
 
 namespace quillon {
@@ -51,7 +57,7 @@ public:
     // that did arrive in the buffer before the failure.
     std::size_t readBytesToBuffer(void* buffer, std::int64_t length, double timeout,
                                   std::size_t* received = nullptr);
-    // What has arrived, up to `length` bytes, without waiting; 0 when nothing
+    // What has arrived (and, over TLS, been decrypted), up to `length` bytes, without waiting; 0 when nothing
     // has, at the stream's end, or on a failure.
     std::size_t readArrived(void* buffer, std::size_t length);
     // Up to `length` bytes; shorter when the peer ends the stream.
@@ -64,6 +70,7 @@ public:
     // Reads up to and including the delimiter, without a bound. Ends early,
     // without the delimiter, when the peer ends the stream.
     Bytes readDataUpToString(std::string_view delimiter, double timeout);
+    // Plain sockets only (the relay's players), like writeWithoutWaiting.
     // Reads up to and including the delimiter and never past it, with bounds
     // for a peer that is not to be trusted: at most `max` bytes (else raises
     // NamedException "TCP read limit") within `limit` seconds for the whole call
@@ -78,10 +85,20 @@ public:
     // Sends the text up to its first NUL character.
     void writeString(std::string_view text, double timeout);
 
+    // Runs the TLS handshake on a connected socket, waiting at most `timeout`
+    // seconds for each step. Raises NamedException "certificate not trusted"
+    // (reason "certificate not trusted: " and OpenSSL's reason) when the
+    // server's certificate fails verification for `host`, "TLS error" when
+    // the handshake fails otherwise, and the timed reads' failures. With
+    // `allowUntrusted` an untrusted certificate is taken: the result is then
+    // why it is not trusted (empty when it is).
+    std::string startTls(const std::string& host, bool allowUntrusted, double timeout);
+    bool secure() const { return tls_ != nullptr; }
+
     // Called on the main thread for each accepted client of a listening socket.
     void setNewClientHandler(NewClientHandler handler);
 
-    // Also forgets the remote host and port.
+    // Also ends a TLS session and forgets the remote host and port.
     void close() override;
 
 protected:
@@ -96,7 +113,14 @@ private:
     // Bytes waiting in the receive queue.
     std::size_t pendingBytes() const;
 
-    int lowWater_ = 1;  // the kernel's default
+    // One step of the session at a time, waiting `timeout` seconds for what it needs.
+    std::size_t tlsRead(std::uint8_t* out, std::size_t wanted, double timeout, std::size_t* received);
+    void tlsWrite(const std::uint8_t* bytes, std::size_t length, double timeout);
+    // Waits for what a session step asked for; false when the wait timed out.
+    bool waitForStep(TLSSession::Step step, double timeout, const char* troubleName);
+
+    int lowWater_ = 1;                 // the kernel's default
+    std::unique_ptr<TLSSession> tls_;  // ended before the descriptor closes
 };
 
 }  // namespace quillon

@@ -46,11 +46,13 @@ std::string_view after(std::string_view text, std::string_view marker) {
 
 // Sends the redirect probe and returns the reply header, or nothing when the
 // server cannot be reached or does not answer in time.
-std::string probeRedirect(const std::string& host, int port, const std::string& target) {
+std::string probeRedirect(const std::string& host, int port, const std::string& target, bool secure) {
     try {
         TCPSocket socket;
         if (!socket.connectToHostName(host, static_cast<std::uint16_t>(port))) return {};
         double timeout = timing().redirectTimeout;
+        // The probe trusts only what verifies: no bookmark has said otherwise yet.
+        if (secure) socket.startTls(host, false, timeout);
         socket.writeString(fmt::format("GET {} HTTP/1.0\r\n\r\n", target), timeout);
         Bytes reply = socket.readDataUpToData("\r\n\r\n", 16384, timeout);
         socket.close();
@@ -75,6 +77,26 @@ void Bookmark::setTitleEncoding(const std::string& encoding) {
         removeObjectForKey("titleEncoding");
     else
         setString(encoding, "titleEncoding");
+}
+
+std::string Bookmark::scheme() const {
+    return toLowerAscii(stringForKey("scheme").value_or("")) == "https" ? "https" : "http";
+}
+
+void Bookmark::setScheme(const std::string& scheme) {
+    if (toLowerAscii(scheme) == "https")
+        setString(std::string("https"), "scheme");
+    else
+        removeObjectForKey("scheme");
+}
+
+int Bookmark::defaultPort(const std::string& scheme) { return toLowerAscii(scheme) == "https" ? 443 : 80; }
+
+void Bookmark::setAllowUntrustedCertificate(bool on) {
+    if (on)
+        setBool(true, "allowUntrustedCertificate");
+    else
+        removeObjectForKey("allowUntrustedCertificate");
 }
 
 std::string Bookmark::checkName(std::optional<std::string_view> name) {
@@ -168,14 +190,22 @@ bool Bookmark::getUrlFromData(std::span<const std::uint8_t> data) {
     std::string location;
     if (auto file = between(text, "File1=", "\n")) {
         location = textFromWire(*file);
-    } else if (auto bare = between(text, "http://", "\n")) {
-        location = "http://" + textFromWire(*bare);
+    } else if (auto bare = between(text, "http://", "\n"), secureLine = between(text, "https://", "\n");
+               bare || secureLine) {
+        // The first address in the text, whichever its scheme.
+        if (secureLine && (!bare || secureLine->data() < bare->data()))
+            location = "https://" + textFromWire(*secureLine);
+        else
+            location = "http://" + textFromWire(*bare);
     } else {
         return false;
     }
 
     auto url = Url::parse(location);
     if (!url) return false;
+    const std::string urlScheme = url->scheme.value_or("http");
+    setScheme(urlScheme);
+    const int schemePort = defaultPort(urlScheme);
 
     if (!url->query || url->query->empty()) {
         setHost(url->host);
@@ -190,14 +220,16 @@ bool Bookmark::getUrlFromData(std::span<const std::uint8_t> data) {
         int leading = intValue(after(after(location, "://"), ":"));
         if (leading > 0) setPort(std::to_string(leading));
         if (intValue(port().value_or("")) != 0) return true;
-        setPort("80");
+        setPort(std::to_string(schemePort));
         return true;
     }
 
     // A query URL is a script that redirects to the stream: follow it once.
     std::optional<Url> target = url;
     std::string reply;
-    if (url->host) reply = probeRedirect(*url->host, url->port.value_or(80), url->path + "?" + *url->query);
+    if (url->host)
+        reply = probeRedirect(*url->host, url->port.value_or(schemePort), url->path + "?" + *url->query,
+                              secure());
     if (!reply.empty()) {
         if (reply.find("Location: ") != std::string::npos) {
             auto line = between(reply, "Location: ", "\n");
@@ -205,6 +237,7 @@ bool Bookmark::getUrlFromData(std::span<const std::uint8_t> data) {
         }
     }
     if (target) {
+        if (target->scheme) setScheme(*target->scheme);
         setHost(target->host);
         if (target->port) setPort(std::to_string(*target->port));
         // A target without a query keeps the text "(null)" where the query

@@ -87,6 +87,21 @@ public:
     std::string titleEncoding() const;
     void setTitleEncoding(const std::string& encoding);
 
+    // The stream's scheme, "http" or "https" (key "scheme", stored only for
+    // "https", so that a plain bookmark is stored as it always was). Any
+    // scheme other than https (in any case) stores plain http.
+    std::string scheme() const;
+    void setScheme(const std::string& scheme);
+    bool secure() const { return scheme() == "https"; }
+    // The port a scheme's address has when it names none.
+    static int defaultPort(const std::string& scheme);
+
+    // Takes an https server's certificate even when it cannot be verified
+    // (key "allowUntrustedCertificate", stored only when on). Off by default:
+    // the connection then says that it records from an untrusted server.
+    bool allowUntrustedCertificate() const { return boolForKey("allowUntrustedCertificate"); }
+    void setAllowUntrustedCertificate(bool on);
+
     // "user:pass" when both are non-empty, else nothing.
     std::optional<std::string> authentication() const;
 
@@ -107,8 +122,8 @@ public:
     std::string pathInFolder(const std::string& folder) const;
 
     // Fills the bookmark from playlist or URL text ("Title1=", "File1=" or a
-    // bare "http://" line), resolving one redirect when the URL has a query.
-    // True when the bookmark is usable.
+    // bare "http://" or "https://" line; the scheme is kept), resolving one redirect when the URL has a
+    // query. True when the bookmark is usable.
     bool getUrlFromData(std::span<const std::uint8_t> data);
     bool getUrlFromData(std::string_view text);
 

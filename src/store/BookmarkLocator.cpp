@@ -40,6 +40,7 @@ std::shared_ptr<Bookmark> bookmarkFromStreamHeader(std::string_view header) {
     auto location = textBetween(header, "icy-url:", "\r\n");
     if (!location) return nullptr;
     auto url = Url::parse(*location);
+    if (url) bookmark->setScheme(url->scheme.value_or("http"));
     bookmark->setHost(url ? url->host : std::nullopt);
     auto port = static_cast<std::uint16_t>(url && url->port ? *url->port : 0);
     bookmark->setPort(std::to_string(port));
@@ -168,6 +169,7 @@ bool BookmarkLocator::directURL(const std::string& text, const std::string& name
     if (!url || !url->port || *url->port < 1) return false;
     auto bookmark = Bookmark::bookmark();
     bookmark->setName(name);
+    bookmark->setScheme(url->scheme.value_or("http"));
     bookmark->setHost(url->host);
     bookmark->setPort(std::to_string(*url->port));
     bookmark->setPath(url->path);

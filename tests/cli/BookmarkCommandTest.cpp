@@ -105,6 +105,8 @@ TEST_F(BookmarkCommand, EveryRecordingOptionRoundTripsThroughEdit) {
         {{"--title-encoding", "windows-1251"}, "titleEncoding", "CP1251"},
         {{"--title-encoding=AUTO"}, "titleEncoding", "auto"},
         {{"--title-encoding", "latin1"}, "titleEncoding", "ISO-8859-1"},
+        {{"--allow-untrusted-certificate"}, "allowUntrusted", true},
+        {{"--require-trusted-certificate"}, "allowUntrusted", false},
     };
     // clang-format on
     std::string name = "Jazz";

@@ -37,3 +37,22 @@ TEST(StreamRequest, RequestTextByteForByte) {
         EXPECT_EQ(logHeader(c.params), c.text);
     }
 }
+
+// Through a proxy, https asks for a tunnel; only a 2xx status line opens it.
+TEST(StreamRequest, TunnelRequestAndReplies) {
+    StreamRequestParams params{"radio.example", "443", "/live", std::nullopt, true, std::nullopt};
+    EXPECT_EQ(tunnelRequest(params), "CONNECT radio.example:443 HTTP/1.1\r\nHost: radio.example:443\r\n\r\n");
+    const std::pair<const char*, bool> replies[] = {
+        {"HTTP/1.1 200 Connection established\r\n\r\n", true},
+        {"HTTP/1.0 200\r\n\r\n", true},
+        {"HTTP/1.1 204 No Content\r\n\r\n", true},
+        {"HTTP/1.1 407 Proxy Authentication Required\r\n\r\n", false},
+        {"HTTP/1.1 502 Bad Gateway\r\n\r\n", false},
+        {"HTTP/1.1 2000 OK\r\n\r\n", false},
+        {"ICY 200 OK\r\n\r\n", false},
+        {"HTTP/1.1 2x0 OK\r\n\r\n", false},
+        {"HTTP/1.1\r\n\r\n", false},
+        {"", false},
+    };
+    for (auto [reply, opened] : replies) EXPECT_EQ(tunnelOpened(reply), opened) << reply;
+}

@@ -289,5 +289,47 @@ TEST(BookmarkFolder, ListsBookmarksInGroups) {
     EXPECT_TRUE(BookmarkFolder::bookmarkNames(home.file("none")).empty());
 }
 
+// The scheme of a playlist's or a line's address is kept, with its own default
+// port; only https is stored, so a plain bookmark's file has no key for it,
+// nor for the untrusted-certificate switch while that is off.
+TEST(Bookmark, SchemesAreKeptAndOnlyHttpsIsStored) {
+    struct Case {
+        const char* what;
+        const char* data;
+        const char* scheme;
+        const char* host;
+        const char* port;
+    };
+    const Case cases[] = {
+        {"https without a port", "File1=https://secure.example/live\n", "https", "secure.example", "443"},
+        {"https with a port", "File1=https://secure.example:8443/live\n", "https", "secure.example", "8443"},
+        {"scheme in capitals", "File1=HTTPS://secure.example/\n", "https", "secure.example", "443"},
+        {"bare https line", "#EXTM3U\nhttps://m3u.example/a.mp3\n", "https", "m3u.example", "443"},
+        {"the first line counts", "http://a.example/x\nhttps://b.example/y\n", "http", "a.example", "80"},
+        {"plain http", "File1=http://plain.example/\n", "http", "plain.example", "80"},
+    };
+    ScopedHome home;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        Bookmark b;
+        b.setName(std::string("Station"));
+        b.setAllowUntrustedCertificate(true);
+        b.setAllowUntrustedCertificate(false);
+        ASSERT_TRUE(b.getUrlFromData(std::string_view(c.data)));
+        EXPECT_EQ(b.scheme(), c.scheme);
+        EXPECT_EQ(b.host(), c.host);
+        EXPECT_EQ(b.port(), c.port);
+        ASSERT_TRUE(b.saveToFile(home.path()));
+        auto stored = PlistCodec::readDictionaryFile(home.file("Station.qlnbk"));
+        ASSERT_TRUE(stored.has_value());
+        EXPECT_EQ(stored->count("scheme"), std::string(c.scheme) == "https" ? 1u : 0u);
+        EXPECT_EQ(stored->count("allowUntrustedCertificate"), 0u);
+        Bookmark back;
+        ASSERT_TRUE(back.loadFromFile(home.file("Station.qlnbk")));
+        EXPECT_EQ(back.scheme(), c.scheme);
+        EXPECT_FALSE(back.allowUntrustedCertificate());
+    }
+}
+
 }  // namespace
 }  // namespace quillon

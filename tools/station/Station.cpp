@@ -13,6 +13,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "platform/NamedException.h"
 #include "station/AssetTones.h"
 #include "station/ChunkWriter.h"
 #include "station/Mp3Tones.h"
@@ -46,7 +47,9 @@ Station::~Station() { stop(); }
 
 std::uint8_t Station::counterByte(std::uint64_t offset) { return AudioSource::counterByte(offset); }
 
-std::string Station::url() const { return "http://127.0.0.1:" + std::to_string(port()) + "/"; }
+std::string Station::url() const {
+    return (tls_ ? "https" : "http") + std::string("://127.0.0.1:") + std::to_string(port()) + "/";
+}
 
 std::size_t Station::clientCount() const {
     std::lock_guard lock(mutex_);
@@ -68,6 +71,13 @@ void Station::start() {
     if (options_.payload == StationPayload::mp3) Mp3Tones::loops(options_.bitrate);
     if (options_.payload == StationPayload::aac) AssetTones::aac();
     if (options_.payload == StationPayload::ogg) AssetTones::ogg();
+    if (options_.tlsCertificate) {
+        try {
+            tls_ = TLSSession::serverContext(*options_.tlsCertificate, *options_.tlsKey);
+        } catch (const NamedException& e) {
+            throw std::runtime_error("station: " + e.reason());
+        }
+    }
 
     FileHandle listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (!listener.isOpen()) throw socketError("socket");
@@ -121,7 +131,55 @@ bool Station::waitFor(int fd, short events, int timeoutMs) {
     }
 }
 
-bool Station::sendAll(int fd, const std::uint8_t* data, std::size_t size) {
+bool Station::handshake(Link& link) {
+    while (true) {
+        const TLSSession::Result result = link.tls->handshake();
+        if (result.step == TLSSession::Step::Done) return true;
+        if (result.step == TLSSession::Step::WantRead || result.step == TLSSession::Step::WantWrite) {
+            const short events = result.step == TLSSession::Step::WantRead ? POLLIN : POLLOUT;
+            if (!waitFor(link.fd, events, -1)) return false;
+            continue;
+        }
+        return false;  // the client refused the certificate, or left
+    }
+}
+
+std::size_t Station::receive(Link& link, char* buffer, std::size_t size) {
+    while (true) {
+        short events = POLLIN;
+        if (link.tls) {
+            const TLSSession::Result result = link.tls->read(buffer, size);
+            if (result.step == TLSSession::Step::Done) return result.count;
+            if (result.step != TLSSession::Step::WantRead && result.step != TLSSession::Step::WantWrite)
+                return 0;
+            if (result.step == TLSSession::Step::WantWrite) events = POLLOUT;
+        } else {
+            const ssize_t got = ::recv(link.fd, buffer, size, 0);
+            if (got > 0) return static_cast<std::size_t>(got);
+            if (got == 0 || (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)) return 0;
+        }
+        if (!waitFor(link.fd, events, -1)) return 0;
+    }
+}
+
+bool Station::sendAll(Link& link, const std::uint8_t* data, std::size_t size) {
+    if (link.tls) {
+        while (size > 0) {
+            const TLSSession::Result result = link.tls->write(data, size);
+            if (result.step == TLSSession::Step::Done) {
+                data += result.count;
+                size -= result.count;
+            } else if (result.step == TLSSession::Step::WantRead ||
+                       result.step == TLSSession::Step::WantWrite) {
+                if (!waitFor(link.fd, result.step == TLSSession::Step::WantRead ? POLLIN : POLLOUT, -1))
+                    return false;
+            } else {
+                return false;
+            }
+        }
+        return true;
+    }
+    const int fd = link.fd;
     while (size > 0) {
         const ssize_t sent = ::send(fd, data, size, MSG_NOSIGNAL);
         if (sent > 0) {
@@ -136,8 +194,8 @@ bool Station::sendAll(int fd, const std::uint8_t* data, std::size_t size) {
     return true;
 }
 
-bool Station::sendText(int fd, const std::string& text) {
-    return sendAll(fd, reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
+bool Station::sendText(Link& link, const std::string& text) {
+    return sendAll(link, reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
 }
 
 void Station::acceptLoop() {
@@ -183,22 +241,26 @@ void Station::markDisconnected(std::size_t index) {
 }
 
 void Station::serve(FileHandle socket, std::size_t index) {
-    const int fd = socket.fd();
+    Link link;
+    link.fd = socket.fd();
+    if (tls_) {
+        try {
+            link.tls = TLSSession::server(link.fd, tls_);
+        } catch (const NamedException&) {
+            return;
+        }
+        if (!handshake(link)) return;
+    }
     std::string head;
     char chunk[4096];
     while (head.find("\r\n\r\n") == std::string::npos) {
         if (head.size() > maxRequestBytes) {
-            sendText(fd, StationHttp::badRequest());
+            sendText(link, StationHttp::badRequest());
             return;
         }
-        const ssize_t got = ::recv(fd, chunk, sizeof chunk, 0);
-        if (got > 0) {
-            head.append(chunk, static_cast<std::size_t>(got));
-        } else if (got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR)) {
-            if (!waitFor(fd, POLLIN, -1)) return;
-        } else {
-            return;  // the client left before finishing its request
-        }
+        const std::size_t got = receive(link, chunk, sizeof chunk);
+        if (got == 0) return;  // the client left before finishing its request
+        head.append(chunk, got);
     }
     head.resize(head.find("\r\n\r\n") + 4);
     const auto request = StationHttp::parseRequest(head);
@@ -208,32 +270,33 @@ void Station::serve(FileHandle socket, std::size_t index) {
         if (request) clients_[index].path = request->path;
     }
     if (!request || request->method != "GET") {
-        sendText(fd, StationHttp::badRequest());
+        sendText(link, StationHttp::badRequest());
     } else if (options_.redirectTo) {
-        sendText(fd, StationHttp::redirect(*options_.redirectTo));
+        sendText(link, StationHttp::redirect(*options_.redirectTo));
     } else if (options_.redirectToSelf) {
-        sendText(fd, StationHttp::redirect(url()));
+        sendText(link, StationHttp::redirect(url()));
     } else if (options_.refuse) {
-        sendText(fd, StationHttp::refusal(*options_.refuse, options_.status));
+        sendText(link, StationHttp::refusal(*options_.refuse, options_.status));
     } else {
-        stream(fd, index, request->wantsMetadata);
+        stream(link, index, request->wantsMetadata);
     }
     // Finish with a FIN rather than a reset, so the client reads every byte sent.
-    ::shutdown(fd, SHUT_WR);
-    while (::recv(fd, chunk, sizeof chunk, 0) > 0) {
+    if (link.tls) link.tls->shutdown();
+    ::shutdown(link.fd, SHUT_WR);
+    while (::recv(link.fd, chunk, sizeof chunk, 0) > 0) {
     }
 }
 
-void Station::stream(int fd, std::size_t index, bool wantsMetadata) {
+void Station::stream(Link& link, std::size_t index, bool wantsMetadata) {
     const bool metadata = wantsMetadata && options_.metaint > 0;
     {
         std::lock_guard lock(mutex_);
         clients_[index].metadata = metadata;
     }
-    if (!sendText(fd, StationHttp::streamHeader(options_, metadata ? options_.metaint : 0))) return;
+    if (!sendText(link, StationHttp::streamHeader(options_, metadata ? options_.metaint : 0))) return;
 
     if (options_.silentAfterHeader) {
-        waitForHangUp(fd);
+        waitForHangUp(link);
         return;
     }
 
@@ -267,7 +330,7 @@ void Station::stream(int fd, std::size_t index, bool wantsMetadata) {
             }
         }
         const Bytes& sending = options_.chunked ? wire : out;
-        if (!sendAll(fd, sending.data(), sending.size())) return;
+        if (!sendAll(link, sending.data(), sending.size())) return;
         {
             std::lock_guard lock(mutex_);
             StationClient& client = clients_[index];
@@ -277,19 +340,17 @@ void Station::stream(int fd, std::size_t index, bool wantsMetadata) {
                                         made.begin() + static_cast<std::ptrdiff_t>(before), made.end());
         }
         if (broken) {
-            waitForHangUp(fd);
+            waitForHangUp(link);
             return;
         }
     }
-    if (options_.chunked && generator.ended() && !sendText(fd, ChunkWriter::lastChunk())) return;
-    if (options_.holdOpen && generator.ended()) waitForHangUp(fd);
+    if (options_.chunked && generator.ended() && !sendText(link, ChunkWriter::lastChunk())) return;
+    if (options_.holdOpen && generator.ended()) waitForHangUp(link);
 }
 
-void Station::waitForHangUp(int fd) {
+void Station::waitForHangUp(Link& link) {
     char discard[1024];
-    while (waitFor(fd, POLLIN, -1)) {
-        const ssize_t got = ::recv(fd, discard, sizeof discard, 0);
-        if (got == 0 || (got < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)) return;
+    while (receive(link, discard, sizeof discard) > 0) {
     }
 }
 

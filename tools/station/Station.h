@@ -1,7 +1,8 @@
 #pragma once
 // An ICY stream server on 127.0.0.1 for tests, benchmarks and the demo. Every
 // client gets its own stream from audio offset 0 (StreamGenerator), served by a
-// thread of its own; faults are staged as StationOptions describe.
+// thread of its own; faults are staged as StationOptions describe. With a
+// certificate and key it serves over TLS (each client's TLSSession).
 //
 // Thread contract: construct, start() and stop() from one controlling thread;
 // the queries (port, clientCount, clients, titleSchedule) from any thread. The
@@ -17,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "net/TLSSession.h"
 #include "platform/FileHandle.h"
 #include "station/StationOptions.h"
 #include "station/TitlePlan.h"
@@ -50,7 +52,7 @@ public:
     void stop();
 
     std::uint16_t port() const { return port_.load(); }
-    // "http://127.0.0.1:PORT/"
+    // "http://127.0.0.1:PORT/" ("https://" when serving over TLS)
     std::string url() const;
     // Clients connected now.
     std::size_t clientCount() const;
@@ -68,21 +70,31 @@ private:
         std::atomic<bool> done{false};
     };
 
+    // One client's connection: its descriptor and, over TLS, its session.
+    struct Link {
+        int fd = -1;
+        std::unique_ptr<TLSSession> tls;
+    };
+
     void acceptLoop();
     void serve(FileHandle socket, std::size_t index);
-    void stream(int fd, std::size_t index, bool wantsMetadata);
+    void stream(Link& link, std::size_t index, bool wantsMetadata);
     void reapFinished();
     // Sends nothing more; returns once the client has gone or the station stops.
-    void waitForHangUp(int fd);
+    void waitForHangUp(Link& link);
     void markDisconnected(std::size_t index);
 
     // Socket helpers that give up when the station stops or the peer is gone.
-    bool sendAll(int fd, const std::uint8_t* data, std::size_t size);
-    bool sendText(int fd, const std::string& text);
+    bool handshake(Link& link);
+    // Some bytes (> 0), or 0 when the client has gone or the station stops.
+    std::size_t receive(Link& link, char* buffer, std::size_t size);
+    bool sendAll(Link& link, const std::uint8_t* data, std::size_t size);
+    bool sendText(Link& link, const std::string& text);
     bool waitFor(int fd, short events, int timeoutMs);
 
     const StationOptions options_;
     const TitlePlan plan_;
+    TLSSession::Context tls_;  // set when serving over TLS
     FileHandle listener_;
     FileHandle wake_;  // an eventfd: readable once stop() has begun
     std::atomic<std::uint16_t> port_{0};

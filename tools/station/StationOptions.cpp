@@ -70,13 +70,15 @@ void validate(const StationOptions& o) {
         fail("a bad metadata block needs titles, not empty titles");
     }
     if (o.closeAfter && *o.closeAfter == 0) fail("close-after must be at least 1 byte");
+    if (o.tlsCertificate.has_value() != o.tlsKey.has_value()) fail("TLS needs both a certificate and a key");
     if (o.refuse && (*o.refuse < 400 || *o.refuse > 599)) {
         fail("refusal status must be between 400 and 599, not " + std::to_string(*o.refuse));
     }
     if (o.redirectTo) {
         const std::string_view url = *o.redirectTo;
-        if (url.substr(0, 7) != "http://" || url.size() == 7) {
-            fail("redirect target must be an http:// URL: " + *o.redirectTo);
+        const std::size_t scheme = url.substr(0, 7) == "http://" ? 7 : url.substr(0, 8) == "https://" ? 8 : 0;
+        if (scheme == 0 || url.size() == scheme) {
+            fail("redirect target must be an http:// or https:// URL: " + *o.redirectTo);
         }
         if (url.find_first_of("\r\n") != std::string_view::npos) fail("redirect target has a line break");
     }

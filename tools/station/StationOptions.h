@@ -39,6 +39,10 @@ struct StationOptions {
     std::string url = "http://127.0.0.1/";
     // Answer "HTTP/1.1 200 OK" with the body in chunks (needs the http status).
     bool chunked = false;
+    // Serve over TLS with this certificate chain and private key (PEM files);
+    // both or neither.
+    std::optional<std::string> tlsCertificate;
+    std::optional<std::string> tlsKey;
 
     // Faults on demand.
     std::optional<std::uint64_t> closeAfter;  // hang up after this many audio bytes
