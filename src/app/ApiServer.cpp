@@ -129,7 +129,13 @@ bool ApiServer::start(std::string& failure) {
     // httplib listens with a backlog of 5: a burst of clients (a page and its
     // event stream, many status watchers) would wait for SYN retries.
     if (listenFd_ >= 0) ::listen(listenFd_, SOMAXCONN);
-    thread_ = std::thread([this] { server_->listen_after_bind(); });
+    thread_ = std::thread([this] {
+        server_->listen_after_bind();
+        listenEnded_ = true;
+    });
+    // httplib gives no ready signal, and a stop() that comes before its loop
+    // runs is lost (the loop would then run on, and stop() wait for it).
+    while (!server_->is_running() && !listenEnded_) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     return true;
 }
 

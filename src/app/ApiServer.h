@@ -12,6 +12,7 @@
 // Thread contract: route, setPage and start before serving, stop and the
 // destructor on the main thread. Workers block in MainLoop::invoke through a
 // guard that stop() cancels first, so stopping never waits for itself.
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -90,6 +91,7 @@ private:
     struct Replies;
     std::shared_ptr<Replies> replies_;  // shared with the respond callbacks
     std::thread thread_;
+    std::atomic<bool> listenEnded_{false};
     std::uint16_t boundPort_ = 0;
     int listenFd_ = -1;  // owned by the httplib server
 };

@@ -31,6 +31,7 @@ protected:
         becomeMainThread();
         History::resetShared();
         std::filesystem::remove_all(History::defaultFolder());
+        std::filesystem::remove(Schedules::schedulesPath());
         port_ = unusedPort();
         restart({});
         token_ = ApiToken::read(ApiToken::path()).value_or("");
@@ -67,6 +68,12 @@ protected:
         });
         runUntil([&] { return pending.wait_for(std::chrono::seconds(0)) == std::future_status::ready; });
         return pending.get();
+    }
+    // A daemon whose schedules run by `now`, which the test moves.
+    static Daemon::Options clockedAt(const Schedules::Date& now) {
+        Daemon::Options options;
+        options.controller.clock = [&now] { return now; };
+        return options;
     }
     nlohmann::json json(const httplib::Result& r) { return nlohmann::json::parse(r->body); }
 
@@ -152,6 +159,9 @@ TEST_F(DaemonApiTest, EveryCallAnswersOrRefusesWithOneLine) {
 }
 
 TEST_F(DaemonApiTest, SchedulesAreMadeChangedAndRemoved) {
+    // A Monday noon, so that four weeks hold exactly eight starts.
+    auto now = test::localDate(2026, 11, 23, 12, 0, 0);
+    restart(clockedAt(now));
     std::string file = bookmarkFor(1, "Night Jazz")->filePath();
     std::string weekly =
         R"({"bookmark":")" + file + R"(","days":["mon","fri"],"at":"21:00","runFor":"1:30"})";
@@ -294,15 +304,9 @@ TEST_F(DaemonApiTest, BookmarksAreMadeFromLocationsAndPlaylistsChangedAndDeleted
 TEST_F(DaemonApiTest, RulesOutliveARestartAndAStartMissedMeanwhileStaysMissed) {
     auto station = startStation();
     const std::string bookmark = bookmarkFor(station->port(), "Station")->filePath();
-    std::filesystem::remove(Schedules::schedulesPath());
     test::ScopedTimeZone zone("Europe/Berlin");
     auto now = test::localDate(2026, 11, 23, 20, 0, 0);  // a Monday
-    auto clocked = [&now] {
-        Daemon::Options options;
-        options.controller.clock = [&now] { return now; };
-        return options;
-    };
-    restart(clocked());
+    restart(clockedAt(now));
     const std::string weekly =
         R"({"bookmark":")" + bookmark + R"(","days":["mon"],"at":"21:00","runFor":"1:00"})";
     const std::string once =
@@ -312,7 +316,7 @@ TEST_F(DaemonApiTest, RulesOutliveARestartAndAStartMissedMeanwhileStaysMissed) {
 
     // Down from 20:00 to 20:31: the one-off start passes meanwhile.
     now = test::localDate(2026, 11, 23, 20, 31, 0);
-    restart(clocked());
+    restart(clockedAt(now));
     EXPECT_EQ(json(call("GET", "/api/schedules"))["rules"].size(), 2u);
     daemon_->controller().schedules().launchTimers();
     EXPECT_EQ(json(call("GET", "/api/activity"))["rows"].size(), 0u) << "a missed start never fires late";
