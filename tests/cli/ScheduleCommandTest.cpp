@@ -1,6 +1,9 @@
 // `quillon schedule` on the home folder's schedules file: rules added by
 // bookmark name or file, listed with their ids, switched off and on, removed,
 // the upcoming starts; bad input exits 2 with one line and changes nothing.
+#include <algorithm>
+#include <ctime>
+
 #include <nlohmann/json.hpp>
 
 #include "cli/CliTest.h"
@@ -25,11 +28,22 @@ protected:
 };
 
 TEST_F(ScheduleCommandTest, AddListSwitchAndRemoveRules) {
+    // Tomorrow and the day after: four weeks ahead then hold four starts of
+    // each, whatever the time of day the test runs at.
+    static const char* const shortNames[] = {"sun", "mon", "tue", "wed", "thu", "fri", "sat"};
+    static const char* const fullNames[] = {"Sunday",   "Monday", "Tuesday", "Wednesday",
+                                            "Thursday", "Friday", "Saturday"};
+    std::time_t t = std::time(nullptr);
+    std::tm today{};
+    ::localtime_r(&t, &today);
+    const int first = (today.tm_wday + 1) % 7, second = (today.tm_wday + 2) % 7;
     auto weekly =
-        json({"schedule", "add", "Jazz", "--days", "mon,Wednesday", "--at", "21:00", "--for", "1:30"});
+        json({"schedule", "add", "Jazz", "--days", std::string(shortNames[first]) + "," + fullNames[second],
+              "--at", "21:00", "--for", "1:30"});
     EXPECT_EQ(weekly["type"], "weekly");
     EXPECT_EQ(weekly["name"], "Jazz");
-    EXPECT_EQ(weekly["days"], nlohmann::json({"mon", "wed"}));
+    EXPECT_EQ(weekly["days"],
+              nlohmann::json({shortNames[std::min(first, second)], shortNames[std::max(first, second)]}));
     EXPECT_EQ(weekly["at"], "21:00");
     EXPECT_EQ(weekly["runFor"], "1:30");
     EXPECT_EQ(weekly["bookmarkPath"], bookmarkFile("Jazz"));
