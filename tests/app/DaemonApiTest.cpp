@@ -69,6 +69,28 @@ protected:
         runUntil([&] { return pending.wait_for(std::chrono::seconds(0)) == std::future_status::ready; });
         return pending.get();
     }
+    // One call and the status it must answer with; each failing answer is
+    // one line of JSON: {"error": ...}.
+    struct Row {
+        const char* method;
+        std::string path;
+        std::string body;
+        int status;
+    };
+    void expectAnswers(const std::vector<Row>& rows) {
+        for (const Row& row : rows) {
+            auto r = call(row.method, row.path, row.body);
+            ASSERT_TRUE(r) << row.method << " " << row.path;
+            EXPECT_EQ(r->status, row.status)
+                << row.method << " " << row.path << " " << row.body << " -> " << r->body;
+            auto body = nlohmann::json::parse(r->body, nullptr, false);
+            ASSERT_TRUE(body.is_object()) << r->body;
+            if (row.status >= 400) {
+                EXPECT_TRUE(body["error"].is_string()) << r->body;
+            }
+        }
+    }
+
     // A daemon whose schedules run by `now`, which the test moves.
     static Daemon::Options clockedAt(const Schedules::Date& now) {
         Daemon::Options options;
@@ -83,14 +105,8 @@ protected:
 };
 
 TEST_F(DaemonApiTest, EveryCallAnswersOrRefusesWithOneLine) {
-    struct Row {
-        const char* method;
-        std::string path;
-        std::string body;
-        int status;
-    };
     std::string missing = folder_ + "/no-such-folder";
-    const Row rows[] = {
+    const std::vector<Row> rows = {
         {"GET", "/api/status", "", 200},
         {"GET", "/api/activity", "", 200},
         {"GET", "/api/window", "", 200},
@@ -139,17 +155,7 @@ TEST_F(DaemonApiTest, EveryCallAnswersOrRefusesWithOneLine) {
         {"POST", "/api/history/files", R"({"paths":["music"]})", 400},
         {"POST", "/api/history/files", R"({"paths":[")" + missing + R"("]})", 400},
     };
-    for (const Row& row : rows) {
-        auto r = call(row.method, row.path, row.body);
-        ASSERT_TRUE(r) << row.method << " " << row.path;
-        EXPECT_EQ(r->status, row.status)
-            << row.method << " " << row.path << " " << row.body << " -> " << r->body;
-        auto body = nlohmann::json::parse(r->body, nullptr, false);
-        ASSERT_TRUE(body.is_object()) << r->body;
-        if (row.status >= 400) {
-            EXPECT_TRUE(body["error"].is_string()) << r->body;
-        }
-    }
+    expectAnswers(rows);
     EXPECT_EQ(json(call("GET", "/api/window"))["MainWinPos"], "{{10, 20}, {800, 600}}");
     // A call that was refused changed nothing.
     EXPECT_EQ(json(call("GET", "/api/activity"))["rows"].size(), 0u);
@@ -168,13 +174,7 @@ TEST_F(DaemonApiTest, SchedulesAreMadeChangedAndRemoved) {
     auto made = call("POST", "/api/schedules", weekly);
     ASSERT_EQ(made->status, 201) << made->body;
     std::string id = std::to_string(json(made)["id"].get<std::uint32_t>());
-    struct Row {
-        const char* method;
-        std::string path;
-        std::string body;
-        int status;
-    };
-    const Row rows[] = {
+    const std::vector<Row> rows = {
         {"POST", "/api/schedules",
          R"({"bookmark":")" + file + R"(","days":"mon","at":"21:00","runFor":"1:30"})", 400},
         {"POST", "/api/schedules",
@@ -186,11 +186,7 @@ TEST_F(DaemonApiTest, SchedulesAreMadeChangedAndRemoved) {
         {"PUT", "/api/schedules/" + id, R"({"at":"20:15"})", 200},
         {"POST", "/api/schedules/" + id + "/disable", "{}", 200},
     };
-    for (const Row& row : rows) {
-        auto r = call(row.method, row.path, row.body);
-        EXPECT_EQ(r->status, row.status)
-            << row.method << " " << row.path << " " << row.body << " -> " << r->body;
-    }
+    expectAnswers(rows);
     auto rules = json(call("GET", "/api/schedules"))["rules"];
     ASSERT_EQ(rules.size(), 1u);
     EXPECT_EQ(rules[0]["at"], "20:15");
@@ -263,13 +259,7 @@ TEST_F(DaemonApiTest, BookmarksAreMadeFromLocationsAndPlaylistsChangedAndDeleted
     EXPECT_TRUE(std::filesystem::exists(file));
     EXPECT_EQ(json(made)["genre"], "Bop");
     const std::string pls = "[playlist]\\nFile1=" + url + "\\nTitle1=Dropped\\n";
-    struct Row {
-        const char* method;
-        std::string path;
-        std::string body;
-        int status;
-    };
-    const Row rows[] = {
+    const std::vector<Row> rows = {
         // A name that is taken stays with its bookmark.
         {"POST", "/api/bookmarks", R"({"location":")" + url + R"(","name":"Jazz"})", 409},
         {"POST", "/api/bookmarks", R"({"playlist":")" + pls + R"("})", 201},
@@ -287,12 +277,7 @@ TEST_F(DaemonApiTest, BookmarksAreMadeFromLocationsAndPlaylistsChangedAndDeleted
         {"DELETE", "/api/bookmarks/Dropped", "", 200},
         {"DELETE", "/api/bookmarks/Dropped", "", 404},
     };
-    for (const Row& row : rows) {
-        auto r = call(row.method, row.path, row.body);
-        ASSERT_TRUE(r) << row.method << " " << row.path;
-        EXPECT_EQ(r->status, row.status)
-            << row.method << " " << row.path << " " << row.body << " -> " << r->body;
-    }
+    expectAnswers(rows);
     auto list = json(call("GET", "/api/bookmarks"))["bookmarks"];
     ASSERT_EQ(list.size(), 1u) << list.dump();
     EXPECT_EQ(list[0]["entry"], "Smooth Jazz");
@@ -339,7 +324,7 @@ TEST_F(DaemonApiTest, CallsWithoutTheTokenOrFromElsewhereAreRefused) {
         const char* type;
         int status;
     };
-    const Row rows[] = {
+    const std::vector<Row> rows = {
         {"no token", {}, false, "application/json", 401},
         {"wrong token", {{ApiServer::kTokenHeader, std::string(64, 'a')}}, false, "application/json", 401},
         {"token as cookie", {{"Cookie", "x=1; quillon_token=" + token_}}, false, "application/json", 201},
