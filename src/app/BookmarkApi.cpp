@@ -7,6 +7,7 @@
 #include "app/BookmarkChanges.h"
 #include "app/BookmarkOperations.h"
 #include "app/EventHub.h"
+#include "app/LocationBookmark.h"
 #include "app/LocationProbe.h"
 #include "store/Bookmark.h"
 
@@ -39,7 +40,7 @@ BookmarkApi::BookmarkApi(ApiServer& server, EventHub& events) : events_(events) 
         auto playlist = req.optionalString("playlist");
         if (location.has_value() == playlist.has_value())
             throw ApiError(400, "give either a location (URL or playlist file) or playlist text");
-        if (location && location->substr(0, 4) != "http" && !std::filesystem::path(*location).is_absolute())
+        if (location && !isRemoteLocation(*location) && !std::filesystem::path(*location).is_absolute())
             throw ApiError(400, "not a URL or an absolute path: " + *location);
 
         std::uint64_t id = nextProbe_++;

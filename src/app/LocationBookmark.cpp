@@ -62,10 +62,6 @@ bool isAudioHeader(const std::string& header) {
            lower.find("\nicy-metaint:") != std::string::npos;
 }
 
-bool usable(const Bookmark& b) {
-    return !b.host().value_or("").empty() && intValue(b.port().value_or("")) > 0;
-}
-
 // A location that begins with "http" must be a URL the fetch can use: an
 // http(s) scheme, a host, and a port from 1 to 65535 when one is written.
 void checkUrl(const std::string& location) {
@@ -91,7 +87,8 @@ void checkUrl(const std::string& location) {
 std::shared_ptr<Bookmark> savedBookmark(const std::string& file) {
     auto b = Bookmark::bookmark();
     if (!b->loadFromFile(file)) throw BadInput("not a bookmark file: " + file);
-    if (!usable(*b)) throw BadInput("the bookmark " + file + " has no stream address (host and port)");
+    if (!usableBookmark(*b))
+        throw BadInput("the bookmark " + file + " has no stream address (host and port)");
     return b;
 }
 
@@ -104,14 +101,20 @@ bool looksLikePlaylist(const std::string& path) {
     return false;
 }
 
-void checkLocation(const std::string& location) {
+bool isRemoteLocation(const std::string& location) { return location.substr(0, 4) == "http"; }
+
+std::optional<Bytes> checkLocation(const std::string& location) {
     if (location.empty()) throw BadInput("the location is empty");
-    if (location.substr(0, 4) == "http") return checkUrl(location);
+    if (isRemoteLocation(location)) {
+        checkUrl(location);
+        return std::nullopt;
+    }
     if (!fileExists(location)) throw BadInput("no such file: " + location);
     if (isFolder(location)) throw BadInput("not a playlist file: " + location);
     errno = 0;
-    if (!readWholeFile(location))
-        throw BadInput("cannot read " + location + ": " + std::strerror(errno ? errno : EIO));
+    auto bytes = readWholeFile(location);
+    if (!bytes) throw BadInput("cannot read " + location + ": " + std::strerror(errno ? errno : EIO));
+    return bytes;
 }
 
 std::shared_ptr<Bookmark> bookmarkFromHeader(const std::string& location, const std::string& header,
@@ -121,7 +124,9 @@ std::shared_ptr<Bookmark> bookmarkFromHeader(const std::string& location, const 
     return bookmarkFromStreamLocation(location, header);
 }
 
-bool usableBookmark(const Bookmark& b) { return usable(b); }
+bool usableBookmark(const Bookmark& b) {
+    return !b.host().value_or("").empty() && intValue(b.port().value_or("")) > 0;
+}
 
 std::shared_ptr<Bookmark> bookmarkFromLocation(const std::string& location, const std::string& name,
                                                std::string& failure) {
@@ -131,14 +136,14 @@ std::shared_ptr<Bookmark> bookmarkFromLocation(const std::string& location, cons
     if (!outcome) throw BadInput("no answer from " + location);
     if (!outcome->bookmark) {
         // A file is what the user typed; a fetched page is what a server sent.
-        if (location.substr(0, 4) != "http") throw BadInput("no stream address in " + location);
+        if (!isRemoteLocation(location)) throw BadInput("no stream address in " + location);
         failure = outcome->failure;
     }
     return outcome->bookmark;
 }
 
 std::shared_ptr<Bookmark> bookmarkFromArgument(const std::string& argument, std::string& failure) {
-    const bool remote = argument.substr(0, 4) == "http";
+    const bool remote = isRemoteLocation(argument);
     if (remote) checkUrl(argument);
     const std::string extension = std::string(".") + Bookmark::kFileExtension;
     if (endsWith(argument, extension) && fileExists(argument)) return savedBookmark(argument);

@@ -4,7 +4,10 @@
 // local playlist file) resolved over the network. Main thread only: it runs the
 // main loop while the location is fetched.
 #include <memory>
+#include <optional>
 #include <string>
+
+#include "platform/ByteBuffer.h"
 
 namespace quillon {
 
@@ -25,7 +28,10 @@ std::shared_ptr<Bookmark> bookmarkFromArgument(const std::string& argument, std:
 
 // Throws BadInput for a location that cannot be probed: empty, a malformed
 // URL, or a local file that is missing, a folder or unreadable.
-void checkLocation(const std::string& location);
+// Gives a local playlist file's contents, read once; nothing for a URL.
+std::optional<Bytes> checkLocation(const std::string& location);
+// Whether the location is a URL rather than a local file.
+bool isRemoteLocation(const std::string& location);
 // The stream a probed location's header describes, the location itself being
 // the stream: for an ICY header (`live`), or an HTTP one announcing audio.
 std::shared_ptr<Bookmark> bookmarkFromHeader(const std::string& location, const std::string& header,

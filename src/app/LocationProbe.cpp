@@ -1,9 +1,7 @@
 #include "app/LocationProbe.h"
 
 #include "app/LocationBookmark.h"
-#include "platform/AtomicFile.h"
 #include "platform/ByteBuffer.h"
-#include "platform/TextUtil.h"
 #include "platform/Timing.h"
 #include "store/Bookmark.h"
 
@@ -13,10 +11,8 @@ double LocationProbe::timeLimit() { return 2 * timing().redirectTimeout + 5; }
 
 LocationProbe::LocationProbe(const std::string& location, std::string name, Done done)
     : location_(location), name_(std::move(name)), done_(std::move(done)) {
-    checkLocation(location_);
-    if (location_.substr(0, 4) != "http" && !startsWith(location_, BookmarkLocator::kLive365Prefix)) {
-        auto bytes = readWholeFile(location_);
-        parse(bytes ? std::string(asText(*bytes)) : std::string());
+    if (auto playlist = checkLocation(location_)) {
+        parse(std::string(asText(*playlist)));
         return;
     }
     BookmarkLocator::Callbacks callbacks;

@@ -63,8 +63,7 @@ int runAdd(const BookmarkArgs& args) {
     if (daemon) {
         nlohmann::json body = changes.toJson();
         // The daemon works in a folder of its own: a local playlist goes by its full path.
-        bool remote = args.location.substr(0, 4) == "http";
-        body["location"] = remote || args.location.empty()
+        body["location"] = isRemoteLocation(args.location) || args.location.empty()
                                ? args.location
                                : std::filesystem::absolute(args.location).lexically_normal().string();
         body["force"] = args.force;

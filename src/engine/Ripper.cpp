@@ -39,7 +39,7 @@ constexpr std::string_view kUntrusted = "certificate not trusted";
 // The port of a redirection's address: its own, else the scheme's.
 std::string redirectPort(const Url& url) {
     if (url.port) return std::to_string(*url.port);
-    return url.scheme.value_or("") == "https" ? "443" : "80";
+    return std::to_string(Bookmark::defaultPort(url.scheme.value_or("http")));
 }
 
 }  // namespace
