@@ -179,6 +179,9 @@ std::string StreamHeader::header() const {
         out += it->second;
         out += "\r\n";
     }
+    // Deliberate: the content type goes along too, so that a player can tell
+    // an AAC or Ogg relay from an MP3 one.
+    if (!contentType_.empty()) out += "Content-Type: " + contentType_ + "\r\n";
     out += "\r\n";
     return out;
 }

@@ -71,8 +71,8 @@ public:
     // and reads as 0.
     int metaInt() const { return metaInt_; }
     bool hasMeta() const { return hasMeta_; }
-    // The "Content-Type:" value, blanks trimmed (empty when absent). Not part
-    // of the rebuilt header: the relay's listeners get what they always got.
+    // The "Content-Type:" value, blanks trimmed (empty when absent); the
+    // rebuilt header ends with it.
     const std::string& contentType() const { return contentType_; }
     // The body arrives in chunks ("Transfer-Encoding: chunked"); the relay and
     // the files get it unchunked. Any other transfer coding makes the header

@@ -152,7 +152,8 @@ TEST(StreamHeaderRebuild, KeyOrderRawValuesAndFinalBlankLine) {
         "icy-metaint:8192\r\nServer: Icecast\r\nicy-name:Caf\xe9\r\nX-Other: dropped\r\nContent-Type: "
         "audio/mpeg\r\nHTTP/1.0 200 OK\r\n\r\n");
     EXPECT_EQ(header.header(),
-              "HTTP/1.0 200 OK\r\nServer: Icecast\r\nicy-name:Caf\xe9\r\nicy-metaint:8192\r\n\r\n");
+              "HTTP/1.0 200 OK\r\nServer: Icecast\r\nicy-name:Caf\xe9\r\nicy-metaint:8192\r\nContent-Type: "
+              "audio/mpeg\r\n\r\n");
     StreamHeader empty;
     EXPECT_EQ(empty.header(), "\r\n");
 }
