@@ -55,7 +55,7 @@ void addHistoryRoutes(ApiServer& server, History& history, EventHub& events) {
     server.route("POST", "/api/history/files", [&history, &events](const ApiRequest& req) {
         req.allowOnly({"paths"});
         auto paths = req.optionalStrings("paths");
-        if (!paths || paths->empty()) throw ApiError(400, "paths: give the MP3 files or folders to add");
+        if (!paths || paths->empty()) throw ApiError(400, "paths: give the recorded files or folders to add");
         for (const std::string& path : *paths) {
             if (!std::filesystem::path(path).is_absolute())
                 throw ApiError(400, "not an absolute path: " + path);

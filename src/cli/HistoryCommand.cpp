@@ -1,5 +1,7 @@
 #include "cli/HistoryCommand.h"
 
+#include "engine/AudioFormat.h"
+
 #include <unistd.h>
 
 #include <algorithm>
@@ -98,13 +100,15 @@ int runSearch(const HistoryArgs& args) {
 }
 
 int runAdd(const HistoryArgs& args) {
-    if (args.words.empty()) throw UsageError("give the MP3 files or folders to add");
+    if (args.words.empty()) throw UsageError("give the recorded files or folders to add");
     std::vector<std::string> paths;
     for (const std::string& path : args.words) {
         std::error_code ec;
         if (!std::filesystem::exists(path, ec)) throw UsageError("no such file or folder: " + path);
-        if (!std::filesystem::is_directory(path, ec) && std::filesystem::path(path).extension() != ".mp3") {
-            std::fprintf(stderr, "quillon: %s is not an .mp3 file; left out\n", path.c_str());
+        if (!std::filesystem::is_directory(path, ec) &&
+            !isRecordingExtension(std::filesystem::path(path).extension().string())) {
+            std::fprintf(stderr, "quillon: %s is not a recording (.mp3, .aac, .ogg, .opus); left out\n",
+                         path.c_str());
         }
         // The daemon works in a folder of its own.
         paths.push_back(std::filesystem::absolute(path).lexically_normal().string());
@@ -236,7 +240,7 @@ void addHistoryCommand(CLI::App& app, CommandRunner& runner) {
 
     CLI::App* add =
         cmd->add_subcommand("add", "Enter MP3 files in the history; folders are searched through");
-    add->add_option("paths", args->words, "MP3 files or folders")->required();
+    add->add_option("paths", args->words, "Recorded files (.mp3, .aac, .ogg, .opus) or folders")->required();
     add->add_flag("--json", args->json, "Print the added tracks as JSON");
     add->callback([args, &runner] { runner = [args] { return runAdd(*args); }; });
 

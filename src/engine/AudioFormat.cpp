@@ -44,4 +44,10 @@ std::string_view fileExtension(AudioFormat format) {
 
 bool takesId3Tag(AudioFormat format) { return format == AudioFormat::mp3 || format == AudioFormat::aac; }
 
+bool isRecordingExtension(std::string_view extension) {
+    for (AudioFormat format : {AudioFormat::mp3, AudioFormat::aac, AudioFormat::ogg, AudioFormat::opus})
+        if (extension == fileExtension(format)) return true;
+    return false;
+}
+
 }  // namespace quillon

@@ -20,4 +20,8 @@ std::string_view fileExtension(AudioFormat format);
 // file must begin with its first page ("OggS"), so it gets none.
 bool takesId3Tag(AudioFormat format);
 
+// Whether a file's extension (".mp3", case as written) is one that recordings
+// get: the files the history takes when added by hand.
+bool isRecordingExtension(std::string_view extension);
+
 }  // namespace quillon

@@ -1,5 +1,7 @@
 #include "history/History.h"
 
+#include "engine/AudioFormat.h"
+
 #include <algorithm>
 #include <atomic>
 #include <filesystem>
@@ -17,7 +19,11 @@ namespace {
 std::mutex sharedMutex;
 std::shared_ptr<History> sharedHistory;  // guarded by sharedMutex
 
-bool isMp3(const std::filesystem::path& path) { return path.extension() == ".mp3"; }
+// Deliberate: every extension a recording gets, not only "mp3", because
+// AAC and Ogg stations are recorded too.
+bool isRecording(const std::filesystem::path& path) {
+    return isRecordingExtension(path.extension().string());
+}
 
 }  // namespace
 
@@ -143,11 +149,11 @@ std::vector<History::ItemPtr> History::addFiles(const std::vector<std::string>& 
             auto options = std::filesystem::directory_options::skip_permission_denied;
             for (std::filesystem::recursive_directory_iterator it(path, options, ec), end; !ec && it != end;
                  it.increment(ec)) {
-                if (isMp3(it->path()) && it->is_regular_file(ec)) found.push_back(it->path().string());
+                if (isRecording(it->path()) && it->is_regular_file(ec)) found.push_back(it->path().string());
             }
             std::sort(found.begin(), found.end());
             files.insert(files.end(), found.begin(), found.end());
-        } else if (isMp3(path)) {
+        } else if (isRecording(path)) {
             files.push_back(path);
         }
     }

@@ -131,7 +131,7 @@ TEST_F(HistoryCommand, AddEntersMp3FilesByHand) {
     EXPECT_NE(missing.err.find("no such file or folder"), std::string::npos);
     auto notMp3 = quillon({"history", "add", music + "/sub/cover.jpg"});
     EXPECT_EQ(notMp3.status, 1);
-    EXPECT_NE(notMp3.err.find("not an .mp3 file"), std::string::npos);
+    EXPECT_NE(notMp3.err.find("is not a recording"), std::string::npos);
 }
 
 TEST_F(HistoryCommand, RemoveTracksAndDays) {

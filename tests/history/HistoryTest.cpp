@@ -240,7 +240,9 @@ TEST_F(HistoryTest, FilesAddedByHand) {
     std::string music = folder_ + "/music";
     makeFolders(music);
     writeText(music + "/Artist - Song.mp3", "x");
-    writeText(music + "/Upper.MP3", "w");  // only the extension "mp3" counts
+    writeText(music + "/Upper.MP3", "w");  // extensions as recordings get them, case included
+    writeText(music + "/Station - Show.aac", "a");
+    writeText(music + "/cover.jpg", "j");
     writeText(folder_ + "/Single.mp3", "s");
     std::filesystem::last_write_time(folder_ + "/Single.mp3", std::filesystem::file_time_type::clock::now() -
                                                                   std::chrono::hours(24 * 400));
@@ -248,14 +250,15 @@ TEST_F(HistoryTest, FilesAddedByHand) {
     History history(folder_ + "/db");
     makeFolders(history.folder());
     auto added = history.addFiles({music, folder_ + "/gone.mp3", folder_ + "/Single.mp3"});
-    ASSERT_EQ(added.size(), 2u);
+    ASSERT_EQ(added.size(), 3u);
     EXPECT_EQ(added[0]->path(), music + "/Artist - Song.mp3");
-    EXPECT_EQ(added[1]->trackName(), "Single");
+    EXPECT_EQ(added[1]->trackName(), "Station - Show");
+    EXPECT_EQ(added[2]->trackName(), "Single");
     // Dated by the file's modification time: the old file is a day of its own.
     auto modified =
         std::chrono::file_clock::to_sys(std::filesystem::last_write_time(folder_ + "/Single.mp3"));
-    EXPECT_EQ(std::chrono::duration_cast<std::chrono::seconds>(*added[1]->calDate() - modified).count(), 0);
-    EXPECT_EQ(history.count(), 2u);
+    EXPECT_EQ(std::chrono::duration_cast<std::chrono::seconds>(*added[2]->calDate() - modified).count(), 0);
+    EXPECT_EQ(history.count(), 2u);  // days
 }
 
 TEST_F(HistoryTest, RefreshesAreQueuedToTheMainThreadAndCoalesced) {
