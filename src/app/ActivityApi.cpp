@@ -7,6 +7,7 @@
 #include "app/Controller.h"
 #include "app/LocationBookmark.h"
 #include "engine/Ripper.h"
+#include "engine/TitleEncoding.h"
 #include "platform/Home.h"
 #include "store/Bookmark.h"
 #include "store/Preferences.h"
@@ -62,10 +63,20 @@ void addActivityRoutes(ApiServer& server, Controller& c) {
         return ApiReply{200, activityJson(ActivityViewModel::make(c.activity()))};
     });
     server.route("POST", "/api/activity", [&c](const ApiRequest& req) {
-        req.allowOnly({"bookmark", "url", "relayOnly", "listen"});
+        req.allowOnly({"bookmark", "url", "relayOnly", "listen", "titleEncoding", "allowUntrusted"});
         bool relayOnly = req.optionalBool("relayOnly").value_or(false);
         bool listen = req.optionalBool("listen").value_or(false);
+        std::optional<TitleEncoding::Charset> charset;
+        if (auto name = req.optionalString("titleEncoding")) {
+            charset = TitleEncoding::fromName(*name);
+            if (!charset)
+                throw ApiError(400,
+                               "titleEncoding takes " + TitleEncoding::choices() + ", not '" + *name + "'");
+        }
         auto bookmark = bookmarkToStart(req);
+        // For this connection only: a saved bookmark's file is not changed.
+        if (charset) bookmark->setTitleEncoding(std::string(TitleEncoding::name(*charset)));
+        if (req.optionalBool("allowUntrusted").value_or(false)) bookmark->setAllowUntrustedCertificate(true);
         // A connection needs a bookmark file: a URL gets the copy that the
         // recent list keeps of it.
         if (bookmark->filePath().empty())

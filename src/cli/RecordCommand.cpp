@@ -69,6 +69,7 @@ int recordInForeground(const RecordArgs& args) {
         }
         // For this run only: a bookmark file is not changed by it.
         if (charset) bookmark->setTitleEncoding(std::string(TitleEncoding::name(*charset)));
+        if (args.allowUntrusted) bookmark->setAllowUntrustedCertificate(true);
         bookmarks.push_back(std::move(bookmark));
     }
     bookmarks = RecordSession::namedApart(bookmarks);
@@ -88,6 +89,8 @@ namespace {
 // (the daemon runs in a folder of its own), anything else as a bookmark's name.
 nlohmann::json startBody(const std::string& location, const RecordArgs& args) {
     nlohmann::json body = {{"relayOnly", args.relayOnly}, {"listen", args.listen}};
+    if (!args.titleEncoding.empty()) body["titleEncoding"] = args.titleEncoding;
+    if (args.allowUntrusted) body["allowUntrusted"] = true;
     std::error_code error;
     if (location.find("://") != std::string::npos)
         body["url"] = location;
@@ -114,14 +117,12 @@ int recordOnDaemon(const DaemonClient& daemon, const RecordArgs& args) {
 
 int runRecord(const RecordArgs& args) {
     if (args.foreground) return recordInForeground(args);
-    const bool foregroundOnly =
-        !args.duration.empty() || !args.folder.empty() || args.quiet || !args.titleEncoding.empty();
+    const bool foregroundOnly = !args.duration.empty() || !args.folder.empty() || args.quiet;
     DaemonLookup found = DaemonClient::find();
     if (!found.client && found.problem.empty()) return recordInForeground(args);
     if (foregroundOnly) {
         std::fprintf(stderr,
-                     "quillon: --for, --to, -q and --title-encoding belong to a recording in the foreground: "
-                     "recording here, "
+                     "quillon: --for, --to and -q belong to a recording in the foreground: recording here, "
                      "not in the running daemon\n");
         return recordInForeground(args);
     }
@@ -152,9 +153,11 @@ void addRecordCommand(CLI::App& app, CommandRunner& runner) {
     cmd->add_option("--title-encoding", args->titleEncoding,
                     "The encoding of the stream's titles for this run: " + TitleEncoding::choices() +
                         " (default: each bookmark's own, else auto: detected per title)");
+    cmd->add_flag("--allow-untrusted-certificate", args->allowUntrusted,
+                  "For this run, record an https stream whose certificate is not trusted (shown in the "
+                  "state text and logged); a bookmark keeps its own setting");
     cmd->add_flag("--foreground", args->foreground,
-                  "Record in this process even when quillon serve runs (implied by --for, --to, -q and "
-                  "--title-encoding)");
+                  "Record in this process even when quillon serve runs (implied by --for, --to and -q)");
     cmd->footer(
         "While quillon serve runs, the connections start in the daemon instead: one line per started\n"
         "connection, then exit 0 (see them with quillon status, stop them with quillon stop).\n"

@@ -21,7 +21,8 @@ struct RecordArgs {
     bool listen = false;
     bool quiet = false;
     bool foreground = false;
-    std::string titleEncoding;  // empty: each bookmark's own choice
+    std::string titleEncoding;    // empty: each bookmark's own choice
+    bool allowUntrusted = false;  // this run only
 };
 
 // Records in this process, whether or not a daemon runs, and returns the exit

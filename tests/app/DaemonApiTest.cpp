@@ -126,6 +126,7 @@ TEST_F(DaemonApiTest, EveryCallAnswersOrRefusesWithOneLine) {
         {"POST", "/api/activity", R"({"bookmark":"Nobody"})", 404},
         {"POST", "/api/activity", R"({"url":"http://127.0.0.1:1/list.pls"})", 400},
         {"POST", "/api/activity", R"({"url":"ftp://x/"})", 400},
+        {"POST", "/api/activity", R"({"url":"http://127.0.0.1:1/","titleEncoding":"koi8-r"})", 400},
         {"POST", "/api/open", R"({"path":")" + missing + R"(.qlnbk"})", 404},
         {"POST", "/api/activity/999/stop", "{}", 404},
         {"POST", "/api/activity/abc/stop", "{}", 404},

@@ -10,6 +10,7 @@
 #include "platform/PlistCodec.h"
 #include "platform/TextUtil.h"
 #include "support/IcyClient.h"
+#include "support/TestCertificates.h"
 
 namespace quillon::test {
 namespace {
@@ -131,7 +132,8 @@ TEST_F(RecordCommand, ARefusedLocationFailsTheRunButNotTheOthers) {
     const auto alone = record({"http://" + gone, "--to", file("refused")});
     EXPECT_EQ(alone.status, 1);
     EXPECT_NE(alone.err.find("could not record " + gone), std::string::npos) << alone.err;
-    EXPECT_NE(alone.err.find("could not record " + gone + ": refused: Not found"), std::string::npos) << alone.err;
+    EXPECT_NE(alone.err.find("could not record " + gone + ": refused: Not found"), std::string::npos)
+        << alone.err;
 
     const auto run =
         record({good->url() + "ok", "http://" + gone, "--to", file("one-fails"), "--for", "3s", "-q"});
@@ -139,6 +141,24 @@ TEST_F(RecordCommand, ARefusedLocationFailsTheRunButNotTheOthers) {
     EXPECT_EQ(count(run.err, "could not record"), 1u) << run.err;
     EXPECT_NE(run.err.find("could not record " + gone), std::string::npos) << run.err;
     EXPECT_FALSE(mp3Files("one-fails").empty());
+}
+
+TEST_F(RecordCommand, AnUntrustedCertificateRecordsOnlyWhenThisRunAllowsIt) {
+    makeFolders(file("certificates"));
+    TestCertificates certificates(file("certificates"));
+    const auto self = certificates.selfSignedServer("self");
+    auto server =
+        station([&](StationOptions& o) { o.tlsCertificate = self.certificate, o.tlsKey = self.key; });
+    const std::string url = "https://127.0.0.1:" + std::to_string(server->port()) + "/";
+    const auto refused = record({url, "--to", file("refused"), "--for", "2s", "-q"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_NE(refused.err.find("certificate not trusted: "), std::string::npos) << refused.err;
+    EXPECT_TRUE(mp3Files("refused").empty());
+
+    const auto allowed =
+        record({url, "--allow-untrusted-certificate", "--to", file("allowed"), "--for", "2s", "-q"});
+    EXPECT_EQ(allowed.status, 0) << allowed.err;
+    EXPECT_FALSE(mp3Files("allowed").empty());
 }
 
 TEST_F(CliTest, StationServesUntilInterruptedOrTerminated) {
