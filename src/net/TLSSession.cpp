@@ -62,6 +62,11 @@ std::unique_ptr<TLSSession> TLSSession::client(int fd, const std::string& host, 
     // Without verification the handshake goes through and the result is
     // read afterwards (verifyError), so that the connection can say so.
     SSL_CTX_set_verify(context.get(), allowUntrusted ? SSL_VERIFY_NONE : SSL_VERIFY_PEER, nullptr);
+    // A stream is read for hours: several records per read call rather than
+    // two calls per record. Every read asks the session first, so bytes it
+    // holds ahead are never waited for on the socket.
+    SSL_CTX_set_read_ahead(context.get(), 1);
+    SSL_CTX_set_default_read_buffer_len(context.get(), kReadAhead);
     ssl_st* ssl = SSL_new(context.get());
     if (!ssl) throw tlsError("cannot make a TLS session");
     std::unique_ptr<TLSSession> session(new TLSSession(std::move(context), ssl));

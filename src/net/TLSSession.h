@@ -24,6 +24,8 @@ namespace quillon {
 class TLSSession {
 public:
     using Context = std::shared_ptr<ssl_ctx_st>;
+    // Bytes a client session reads from the socket at once.
+    static constexpr std::size_t kReadAhead = 64 * 1024;
 
     enum class Step {
         Done,       // the step completed (`count` bytes for a read or write)
