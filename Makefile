@@ -15,7 +15,7 @@ PREFIX     ?= /usr/local
 DESTDIR    ?=
 BINDIR     := $(PREFIX)/bin
 
-.PHONY: deps configure build run install test test-fast test-asan test-tsan format clean bench-relay bench-record fuzz-deps fuzz
+.PHONY: deps configure build run install test test-fast test-asan test-tsan format clean bench-relay bench-record bench-tls fuzz-deps fuzz
 
 deps:
 	scripts/install-deps
@@ -77,6 +77,11 @@ bench-relay:
 # BENCH_ARGS=--quick to try; BENCH_ARGS="--recorders quillon,curl" to leave peers out.
 bench-record:
 	python3 bench/record/run.py $(BENCH_ARGS)
+
+# HTTPS recording throughput beside curl over the same TLS station, and the CPU
+# that TLS adds to real-time streams (about 5 minutes; not part of `make test`).
+bench-tls:
+	python3 bench/tls/run.py $(BENCH_ARGS)
 
 # libFuzzer targets for the parsers of untrusted bytes, built with clang, each run
 # for FUZZ_SECONDS on a copy of its seed corpus (not part of `make test`; see
