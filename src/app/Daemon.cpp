@@ -8,6 +8,7 @@
 #include "app/DaemonUserInterface.h"
 #include "app/EventHub.h"
 #include "app/HistoryApi.h"
+#include "app/LibraryApi.h"
 #include "app/LoginLinks.h"
 #include "app/ScheduleApi.h"
 #include "app/SettingsApi.h"
@@ -44,6 +45,8 @@ bool Daemon::start(std::string& failure) {
         server.anyHost = true;
     }
 
+    auto& services = options_.controller.services;
+    if (!services.handToLibrary) services.handToLibrary = LibraryApi::handOffService();
     controller_ = std::make_unique<Controller>(*ui_, *questions_, std::move(options_.controller));
     ui_->setActivity(&controller_->activity());
     server_ = std::make_unique<ApiServer>(server, *events_, *logins_);
@@ -57,6 +60,7 @@ bool Daemon::start(std::string& failure) {
     // Tracks the recordings add; the event hub outlives the handler (stop()).
     history_->setRefreshHandler([events = events_.get()] { events->publish({{"type", "history"}}); });
     addSettingsRoutes(*server_, *controller_, *events_);
+    library_ = std::make_unique<LibraryApi>(*server_, *events_);
     if (!server_->start(failure)) return false;
     controller_->start();
     Log::info("Quillon serves its API on {}:{}", server.host, server_->port());

@@ -19,6 +19,7 @@ class BookmarkApi;
 class DaemonUserInterface;
 class EventHub;
 class History;
+class LibraryApi;
 class LoginLinks;
 
 class Daemon {
@@ -56,6 +57,7 @@ private:
     std::shared_ptr<History> history_;  // the routes hold it by reference
     std::unique_ptr<ApiServer> server_;
     std::unique_ptr<BookmarkApi> bookmarks_;
+    std::unique_ptr<LibraryApi> library_;
     bool stopped_ = false;
 };
 

@@ -8,6 +8,7 @@
 #include "cli/Command.h"
 #include "cli/DemoCommand.h"
 #include "cli/HistoryCommand.h"
+#include "cli/LibraryCommand.h"
 #include "cli/OpenCommand.h"
 #include "cli/PrefsCommand.h"
 #include "cli/RecordCommand.h"
@@ -41,6 +42,7 @@ int runCommandLine(int argc, char** argv) {
     addStopCommand(app, runner);
     addOpenCommand(app, runner);
     addUiCommand(app, runner);
+    addLibraryCommand(app, runner);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {

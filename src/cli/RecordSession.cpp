@@ -9,6 +9,8 @@
 #include <fmt/format.h>
 
 #include "app/ActivityController.h"
+#include "engine/LibraryHandOff.h"
+#include "engine/LibrarySettings.h"
 #include "engine/Ripper.h"
 #include "engine/RipperRelay.h"
 #include "history/HistoryTrackLog.h"
@@ -212,6 +214,11 @@ int RecordSession::run(const std::vector<std::shared_ptr<Bookmark>>& bookmarks) 
             });
         });
     };
+    // The run's folder is where M3U playlists go unless "libraryFolder" says
+    // otherwise; the controller's end waits for the hand-offs still running.
+    services.handToLibrary = LibraryHandOff::service([folder = options_.folder](std::string& failure) {
+        return LibrarySettings::fromPreferences(*Preferences::preferences()).makeLibrary(folder, failure);
+    });
     controller_ = std::make_unique<ActivityController>(*this, std::move(services));
     controller_->setRecordsFolder(options_.folder);
     // Every process that records watches the free space, not only the daemon.

@@ -42,8 +42,9 @@ public:
 struct ConnectionServices {
     std::function<std::unique_ptr<ConnectionRelay>(Ripper&)> makeRelay;
     std::function<std::unique_ptr<TitleSource>(Ripper&, const std::string& requestText)> makeTitleSource;
-    // Hands a finished track file to the music library (runs on its own thread).
-    std::function<void(const std::string& path)> handToLibrary;
+    // Hands a finished track file to the playlist of that name in the music
+    // library; returns at once (the hand-off runs on a thread of its own).
+    std::function<void(const std::string& path, const std::string& playlist)> handToLibrary;
     std::shared_ptr<TrackHistory> history;
 };
 

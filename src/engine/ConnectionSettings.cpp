@@ -20,6 +20,7 @@ ConnectionSettings ConnectionSettings::fromPreferences(const Preferences& p) {
     s.skip = p.getState("skip");
     s.incomplete = p.getState("incomplete");
     s.timeMode = intValue(p.getParam("timeMode"));
+    s.playlist = PlaylistRule::fromPreferences(p);
     return s;
 }
 

@@ -4,6 +4,8 @@
 // key while it streams. A plain value.
 #include <string>
 
+#include "engine/PlaylistRule.h"
+
 namespace quillon {
 
 class Preferences;
@@ -22,6 +24,7 @@ struct ConnectionSettings {
     bool skip = false;        // record tracks already in the history to nowhere
     bool incomplete = false;  // first tracks go to the "Incomplete" folder
     int timeMode = 0;         // 24: 24-hour clock texts
+    PlaylistRule playlist;    // which finished tracks go to which library playlist
 
     static ConnectionSettings fromPreferences(const Preferences& preferences);
 

@@ -12,6 +12,7 @@
 #include "engine/TrackSplitPolicy.h"
 #include "platform/Home.h"
 #include "platform/Localization.h"
+#include "platform/Log.h"
 #include "platform/TextUtil.h"
 #include "platform/TimeUtil.h"
 #include "platform/Timing.h"
@@ -35,7 +36,15 @@ void Ripper::setCurrentTrack(const std::string& track) {
 }
 
 void Ripper::handToLibrary(const std::string& path) {
-    if (services_.handToLibrary) services_.handToLibrary(path);
+    const PlaylistRule& rule = settings_.playlist;
+    if (!rule.feed) return;
+    auto name = rule.playlistFor(bookmark_->genre(), bookmark_->name().value_or(""),
+                                 TimeUtil::localParts(std::chrono::system_clock::now()));
+    if (!name || name->empty() || path.empty()) {
+        Log::warn("Warning : null name {} or trackname {}", name.value_or("(null)"), path);
+        return;
+    }
+    if (services_.handToLibrary) services_.handToLibrary(path, *name);
 }
 
 void Ripper::getName(const Bytes& metadata) {

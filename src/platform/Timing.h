@@ -15,6 +15,7 @@ struct Timing {
     double scheduleTick = 10;        // schedule rules
     double freeSpaceCheck = 60;      // free-space guard
     double libraryHandOffDelay = 30; // hand-off of a size-split chunk
+    double libraryTimeout = 60;      // a music-library connection, and MPD's update of one file
     double redirectTimeout = 60;     // a bookmark's redirect probe
     double versionCheckTimeout = 10; // the version file download
     double mailTimeout = 60;         // each read and write of the mail dialogue

@@ -19,6 +19,7 @@ enum class Kind {
     number,        // a whole number, or empty
     host,          // a host name with an optional :port, or empty
     genres,        // an array of texts
+    backend,       // a music-library back-end name, or empty
 };
 
 struct KeyRule {
@@ -62,6 +63,12 @@ constexpr std::array kKeys = {
     KeyRule{"webPort", Kind::port},
     KeyRule{"webAllInterfaces", Kind::state},
     KeyRule{"versionHost", Kind::host},
+    KeyRule{"libraryBackend", Kind::backend},
+    KeyRule{"libraryFolder", Kind::text},
+    KeyRule{"mpdHost", Kind::text},  // a host name, or the path of MPD's local socket
+    KeyRule{"mpdPort", Kind::optionalPort},
+    KeyRule{"mpdPassword", Kind::text},
+    KeyRule{"mpdMusicFolder", Kind::text},
 };
 
 // A key the editor greys out unless `governor` is on (and, for the playlist
@@ -194,6 +201,12 @@ PreferenceRules::Checked PreferenceRules::check(std::string_view key, const Plis
                 return refused(name + " must be a host name with an optional :port, not '" + shown(*text) +
                                "'");
             }
+            return accepted(value);
+        }
+        case Kind::backend: {
+            const std::string* text = value.asString();
+            if (!text || (!text->empty() && *text != "m3u" && *text != "mpd"))
+                return refused(name + " must be m3u or mpd, not '" + shown(value.text()) + "'");
             return accepted(value);
         }
     }
