@@ -116,7 +116,7 @@ ActivityViewModel ActivityViewModel::make(const ActivityController& controller) 
         r.streaming = c.isStreaming();
         r.selected = &c == selected;
         r.connName = c.connName();
-        r.relayPort = c.servePort();
+        r.relayPort = c.relayPort();
         r.listeners = c.clientsCount();
         r.relayOnly = c.relayOnly();
         r.closeAfterThisTrack = c.closeAfterThisTrack();

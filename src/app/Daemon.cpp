@@ -12,7 +12,9 @@
 #include "app/LoginLinks.h"
 #include "app/ScheduleApi.h"
 #include "app/SettingsApi.h"
+#include "engine/RipperRelay.h"
 #include "history/History.h"
+#include "history/HistoryTrackLog.h"
 #include "platform/Log.h"
 #include "platform/Resources.h"
 #include "platform/TextUtil.h"
@@ -45,7 +47,12 @@ bool Daemon::start(std::string& failure) {
         server.anyHost = true;
     }
 
+    // Every connection of the daemon relays to local players, enters its
+    // tracks in the history and hands them to the music library, as one in
+    // the foreground does; a test may bring its own.
     auto& services = options_.controller.services;
+    if (!services.makeRelay) services.makeRelay = RipperRelay::factory();
+    if (!services.history) services.history = std::make_shared<HistoryTrackLog>();
     if (!services.handToLibrary) services.handToLibrary = LibraryApi::handOffService();
     controller_ = std::make_unique<Controller>(*ui_, *questions_, std::move(options_.controller));
     ui_->setActivity(&controller_->activity());

@@ -114,7 +114,7 @@ TEST_F(ActivityViewModelTest, ALiveConnectionShowsItsRowAndEnablesListen) {
     EXPECT_EQ(row.bitrate, 128u);
     EXPECT_EQ(row.picture, "high.psd");
     EXPECT_EQ(row.bitrateClass, "high");
-    EXPECT_EQ(row.relayPort, 9000);
+    EXPECT_EQ(row.relayPort, 0);  // this controller makes no relays
     EXPECT_EQ(view.selectedRow, std::optional<std::size_t>(0));
     EXPECT_TRUE(view.toolbar[2].enabled);
     EXPECT_TRUE(view.details.empty());

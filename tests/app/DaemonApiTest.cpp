@@ -19,6 +19,7 @@
 #include "schedule/Schedules.h"
 #include "store/BookmarkFolder.h"
 #include "store/Preferences.h"
+#include "support/IcyClient.h"
 #include "support/Loopback.h"
 
 namespace quillon::test {
@@ -359,6 +360,26 @@ TEST_F(DaemonApiTest, LoginLinkSetsTheCookieOnce) {
     EXPECT_NE(cookie.find("SameSite=Strict"), std::string::npos);
     EXPECT_EQ(call("GET", path, "", {}, false)->status, 403);
     EXPECT_EQ(call("GET", "/", "", {}, false)->status, 200);
+}
+
+TEST_F(DaemonApiTest, TheDaemonsConnectionsRelayToPlayers) {
+    auto station = startStation();
+    auto started = call("POST", "/api/activity",
+                        R"({"url":"http://127.0.0.1:)" + std::to_string(station->port()) + R"(/"})");
+    ASSERT_EQ(started->status, 201) << started->body;
+    Ripper* c = daemon_->controller().activity().connectionWithName(json(started)["connName"]);
+    ASSERT_TRUE(c);
+    ASSERT_TRUE(runUntil([&] { return c->relayPort() != 0; }));
+    EXPECT_EQ(json(call("GET", "/api/activity"))["rows"][0]["relayPort"], c->relayPort());
+    // The player's side runs apart: the relay announces it on the main loop.
+    auto header = std::async(std::launch::async, [port = c->relayPort()] {
+        IcyClient player(port);
+        player.sendRequest();
+        return player.readHeader();
+    });
+    ASSERT_TRUE(
+        runUntil([&] { return header.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }));
+    EXPECT_NE(header.get().find("icy-metaint:"), std::string::npos);
 }
 
 TEST_F(DaemonApiTest, HundredEventStreamsSeeConnectionsStartAndStop) {
