@@ -17,6 +17,8 @@ struct Timing {
     double libraryHandOffDelay = 30; // hand-off of a size-split chunk
     double redirectTimeout = 60;     // a bookmark's redirect probe
     double versionCheckTimeout = 10; // the version file download
+    double urlFetchTimeout = 60;     // a playlist entry's or a station page's download (each silence)
+    double pageTitleWait = 5;        // a station page that does not say when its track ends
 };
 
 // The process's timing table.
