@@ -9,6 +9,7 @@
 #include "cli/DemoCommand.h"
 #include "cli/HistoryCommand.h"
 #include "cli/OpenCommand.h"
+#include "cli/PlaylistFetchCommand.h"
 #include "cli/PrefsCommand.h"
 #include "cli/RecordCommand.h"
 #include "cli/ScheduleCommand.h"
@@ -32,6 +33,7 @@ int runCommandLine(int argc, char** argv) {
     addRecordCommand(app, runner);
     addDemoCommand(app, runner);
     addStationCommand(app, runner);
+    addPlaylistFetchCommand(app, runner);
     addBookmarkCommand(app, runner);
     addPrefsCommand(app, runner);
     addHistoryCommand(app, runner);
