@@ -5,6 +5,7 @@
 #include "app/StorageFolder.h"
 #include "app/UserInterface.h"
 #include "engine/ConnectionTimer.h"
+#include "engine/Live365TitleSource.h"
 #include "engine/Ripper.h"
 #include "net/RelayPlaylist.h"
 #include "platform/Localization.h"
@@ -27,6 +28,7 @@ ActivityController::ActivityController(UserInterface& ui, ConnectionServices ser
       services_(std::move(services)),
       freeSpace_(std::move(freeSpaceQuery), [this] { return downloadPath(); }),
       recentMenu_(std::move(recentListPath)) {
+    if (!services_.makeTitleSource) services_.makeTitleSource = Live365TitleSource::factory();
     connections_.reserve(10);
     recentMenu_.setOpenHandler([this](const std::string& path) { connectFromRecentMenu(path); });
 }

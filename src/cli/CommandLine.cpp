@@ -10,6 +10,7 @@
 #include "cli/HistoryCommand.h"
 #include "cli/LibraryCommand.h"
 #include "cli/OpenCommand.h"
+#include "cli/PlaylistFetchCommand.h"
 #include "cli/PrefsCommand.h"
 #include "cli/RecordCommand.h"
 #include "cli/ScheduleCommand.h"
@@ -33,6 +34,7 @@ int runCommandLine(int argc, char** argv) {
     addRecordCommand(app, runner);
     addDemoCommand(app, runner);
     addStationCommand(app, runner);
+    addPlaylistFetchCommand(app, runner);
     addBookmarkCommand(app, runner);
     addPrefsCommand(app, runner);
     addHistoryCommand(app, runner);

@@ -53,6 +53,8 @@ Ripper::Ripper(RipperOwner& owner, const Bookmark& bookmark, bool relayOnly, boo
 }
 
 Ripper::~Ripper() {
+    // The title source's thread asks this connection for its state: it goes first.
+    titleSource_.reset();
     detachTimer();
     off_ = true;
     tryAgain_ = false;
@@ -725,9 +727,15 @@ int Ripper::connect(TCPSocket& socket) {
     // A refusal names its reason ("Not found", "Invalid meta interval: -1").
     if (parsed.error()) throw NamedException("Server Error", parsed.errorType());
     format_ = audioFormatForContentType(parsed.contentType());
-    titleSource_ = services_.makeTitleSource ? services_.makeTitleSource(*this, logHeader()) : nullptr;
     setValues(static_cast<unsigned>(parsed.metaInt()), parsed.hasMeta(), State::Recording,
               static_cast<unsigned>(parsed.bitRate()));
+    // Made once the state is recording: a title source polls while the
+    // connection streams, and its first look must find it streaming.
+    {
+        std::lock_guard lock(pageTitleMutex_);
+        pageTitle_.reset();
+    }
+    titleSource_ = services_.makeTitleSource ? services_.makeTitleSource(*this, logHeader()) : nullptr;
 
     if (parsed.chunked()) chunks_.emplace();
     const std::size_t want = bufferSize_ + IcyDemuxer::kLookahead;
@@ -795,8 +803,37 @@ bool Ripper::getData(Bytes& block, bool atEnd) {
     return true;
 }
 
+void Ripper::setFileNameFromPage(const std::string& title) {
+    std::lock_guard lock(pageTitleMutex_);
+    pageTitle_ = title;
+}
+
+void Ripper::setNoNameFileFromPage() {
+    std::lock_guard lock(pageTitleMutex_);
+    pageTitle_ = std::optional<std::string>();
+}
+
+void Ripper::setStationURL(const std::string& url) {
+    std::lock_guard info(infoMutex_);
+    streamHeader_.setStationURL(url);
+}
+
+void Ripper::takePageTitle() {
+    std::optional<std::optional<std::string>> asked;
+    {
+        std::lock_guard lock(pageTitleMutex_);
+        asked.swap(pageTitle_);
+    }
+    if (!asked) return;
+    if (*asked)
+        setFileName(**asked);
+    else
+        setNoNameFile();
+}
+
 void Ripper::dataLoaderTimer() {
     if (state_ < State::Recording) return;
+    takePageTitle();
     while (state_ >= State::Recording && getData(blockScratch_, false)) {
         if (blockScratch_.size() > bufferSize_)
             throw NamedException("READ BUFFER OVERRUN", "READ BUFFER OVERRUN");

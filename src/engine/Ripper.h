@@ -141,6 +141,15 @@ public:
     // ("disk error: No space left on device"); empty while running.
     std::string endReasonText() const;
 
+    // Titles from a title source's own thread (a station's web page): the
+    // connection thread takes the latest at its next block and starts the
+    // named track or the no-name file then, so that every file switch stays
+    // on that one thread. Any thread.
+    void setFileNameFromPage(const std::string& title);
+    void setNoNameFileFromPage();
+    // The station's web page, shown with the stream header. Any thread.
+    void setStationURL(const std::string& url);
+
 private:
     // Connection thread.
     void startRipping(std::shared_ptr<TCPSocket> socket);
@@ -184,6 +193,8 @@ private:
     // Fills the next audio block from the demuxer; `atEnd` also takes what the
     // lookahead holds back.
     bool getData(Bytes& block, bool atEnd);
+    // Starts the track a title source asked for last, if any (connection thread).
+    void takePageTitle();
 
     // Track splitting and naming (RipperTracks.cpp).
     void getName(const Bytes& metadata);
@@ -241,6 +252,9 @@ private:
     // Shared so that opening the player needs no lock while it runs.
     std::shared_ptr<ConnectionRelay> relay_;
     std::unique_ptr<TitleSource> titleSource_;
+    // The title source's last request: a title, or the no-name file (none).
+    std::mutex pageTitleMutex_;
+    std::optional<std::optional<std::string>> pageTitle_;  // under pageTitleMutex_
     std::shared_ptr<TrackHistoryEntry> currentItem_;
 
     std::string lname_;

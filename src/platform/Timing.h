@@ -19,6 +19,8 @@ struct Timing {
     double redirectTimeout = 60;     // a bookmark's redirect probe
     double versionCheckTimeout = 10; // the version file download
     double mailTimeout = 60;         // each read and write of the mail dialogue
+    double urlFetchTimeout = 60;     // a playlist entry's or a station page's download (each silence)
+    double pageTitleWait = 5;        // a station page that does not say when its track ends
 };
 
 // The process's timing table.

@@ -69,6 +69,7 @@ constexpr std::array kKeys = {
     KeyRule{"mpdPort", Kind::optionalPort},
     KeyRule{"mpdPassword", Kind::text},
     KeyRule{"mpdMusicFolder", Kind::text},
+    KeyRule{"live365Host", Kind::host},
 };
 
 // A key the editor greys out unless `governor` is on (and, for the playlist

@@ -29,6 +29,9 @@ public:
     // The maker's web server (a host, optionally with ":port") that the version
     // check asks; empty: no check.
     static constexpr const char* kVersionHostKey = "versionHost";
+    // The Live365 web host (a host, optionally with ":port") whose pages give
+    // the titles of Live365 stations; empty: the service's own.
+    static constexpr const char* kLive365HostKey = "live365Host";
 
     // The shared instance, loaded on first use (then the old settings file is
     // tried, then defaults). Nothing is saved by creating it; a settings file
