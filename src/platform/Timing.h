@@ -17,6 +17,7 @@ struct Timing {
     double libraryHandOffDelay = 30; // hand-off of a size-split chunk
     double redirectTimeout = 60;     // a bookmark's redirect probe
     double versionCheckTimeout = 10; // the version file download
+    double mailTimeout = 60;         // each read and write of the mail dialogue
 };
 
 // The process's timing table.
