@@ -62,6 +62,16 @@ constexpr std::array kKeys = {
     KeyRule{"webPort", Kind::port},
     KeyRule{"webAllInterfaces", Kind::state},
     KeyRule{"versionHost", Kind::host},
+    // Mail notices: the server as host:port, the addresses, and a password
+    // file's path (never the password itself); each notice off by default.
+    KeyRule{"mailServer", Kind::host},
+    KeyRule{"mailFrom", Kind::text},
+    KeyRule{"mailTo", Kind::text},
+    KeyRule{"mailUser", Kind::text},
+    KeyRule{"mailPasswordFile", Kind::text},
+    KeyRule{"mailOnScheduleEnd", Kind::state},
+    KeyRule{"mailOnDiskFull", Kind::state},
+    KeyRule{"mailOnGiveUp", Kind::state},
 };
 
 // A key the editor greys out unless `governor` is on (and, for the playlist
