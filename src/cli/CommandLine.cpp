@@ -8,6 +8,7 @@
 #include "cli/Command.h"
 #include "cli/DemoCommand.h"
 #include "cli/HistoryCommand.h"
+#include "cli/MailCommand.h"
 #include "cli/OpenCommand.h"
 #include "cli/PrefsCommand.h"
 #include "cli/RecordCommand.h"
@@ -36,6 +37,7 @@ int runCommandLine(int argc, char** argv) {
     addPrefsCommand(app, runner);
     addHistoryCommand(app, runner);
     addScheduleCommand(app, runner);
+    addMailCommand(app, runner);
     addServeCommand(app, runner);
     addStatusCommand(app, runner);
     addStopCommand(app, runner);

@@ -28,9 +28,10 @@ namespace quillon::test {
 
 class SmtpPeer {
 public:
-    // `auth`: "user:password", or empty for a server without AUTH.
+    // `auth`: "user:password", or empty for a server without AUTH. A test
+    // may run one peer of each kind.
     explicit SmtpPeer(const std::string& auth = {})
-        : folder_(testFolder("smtp")), process_(command(folder_, auth)) {
+        : folder_(testFolder(auth.empty() ? "smtp" : "smtp-auth")), process_(command(folder_, auth)) {
         auto line = process_.readLine();
         if (!line || line->rfind("PORT ", 0) != 0) throw std::runtime_error("the SMTP peer did not start");
         port_ = static_cast<std::uint16_t>(std::stoi(line->substr(5)));
