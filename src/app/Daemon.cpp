@@ -8,6 +8,7 @@
 #include "app/DaemonUserInterface.h"
 #include "app/EventHub.h"
 #include "app/HistoryApi.h"
+#include "app/MailApi.h"
 #include "app/LoginLinks.h"
 #include "app/ScheduleApi.h"
 #include "app/SettingsApi.h"
@@ -57,6 +58,7 @@ bool Daemon::start(std::string& failure) {
     // Tracks the recordings add; the event hub outlives the handler (stop()).
     history_->setRefreshHandler([events = events_.get()] { events->publish({{"type", "history"}}); });
     addSettingsRoutes(*server_, *controller_, *events_);
+    mail_ = std::make_unique<MailApi>(*server_, *events_);
     if (!server_->start(failure)) return false;
     controller_->start();
     Log::info("Quillon serves its API on {}:{}", server.host, server_->port());
