@@ -167,7 +167,8 @@ TEST_F(DaemonApiTest, EveryCallAnswersOrRefusesWithOneLine) {
 TEST_F(DaemonApiTest, MailSettingsAreShownAndChangedAsOneSet) {
     expectAnswers({
         {"GET", "/api/mail", "", 200},
-        {"PUT", "/api/mail", R"({"server":"smtp.example.org:587","from":"a@example.org","onGiveUp":true})", 200},
+        {"PUT", "/api/mail", R"({"server":"smtp.example.org:587","from":"a@example.org","onGiveUp":true})",
+         200},
         {"PUT", "/api/mail", R"({"to":"b@example.org","password":"secret"})", 400},
         {"PUT", "/api/mail", R"({"to":"b@example.org","onDiskFull":"yes"})", 400},
         {"PUT", "/api/mail", R"({"to":"b@example.org","server":"smtp.example.org/x"})", 400},
