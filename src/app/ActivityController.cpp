@@ -8,6 +8,7 @@
 #include "engine/Live365TitleSource.h"
 #include "engine/Ripper.h"
 #include "net/RelayPlaylist.h"
+#include "notify/MailNotifier.h"
 #include "platform/Localization.h"
 #include "platform/Log.h"
 #include "platform/TextUtil.h"
@@ -61,6 +62,7 @@ Ripper* ActivityController::addRecord(const Bookmark& bookmark, const std::share
         if (existing->ripperState() == Ripper::State::Stopped) {
             existing->start();
             if (rule) existing->setTimer(rule);
+            if (rule) scheduled_.insert(existing->id());
             return existing;
         }
         // One connection per bookmark: never record the same one twice.
@@ -78,6 +80,7 @@ Ripper* ActivityController::addRecord(const Bookmark& bookmark, const std::share
     }
     Ripper* connection = made.get();
     if (rule) connection->setTimer(rule);
+    if (rule) scheduled_.insert(connection->id());
     connections_.push_back(std::move(made));
     addToRecents(bookmark);
 
@@ -149,7 +152,36 @@ std::string ActivityController::downloadPath() {
 
 void ActivityController::refreshDetails(Ripper& changed) {
     ui_.connectionChanged(changed);
+    noticeEnd(changed);
     refreshStatus();
+}
+
+void ActivityController::noticeEnd(const Ripper& connection) {
+    if (!mail_) return;
+    const std::uint64_t id = connection.id();
+    // A connection that waits to reconnect is not over: its thread still runs
+    // or its state says it is coming back.
+    if (!connection.stoppedForGood() || connection.endReason() == Ripper::EndReason::None) {
+        ended_.erase(id);
+        return;
+    }
+    if (!ended_.insert(id).second) return;
+    const bool scheduled = scheduled_.erase(id) > 0;
+    const std::string name = connection.connName();
+    const std::string body = MailNotifier::bodyLines({{"Station", name},
+                                                      {"Ended", connection.endReasonText()},
+                                                      {"Tracks", std::to_string(connection.trackCount())},
+                                                      {"Folder", downloadPath()}});
+    switch (connection.endReason()) {
+        case Ripper::EndReason::UserStopped:
+        case Ripper::EndReason::ServerEnded:
+            if (scheduled)
+                mail_->notice(MailNotifier::Event::scheduleFinished, "Recording finished: " + name, body);
+            break;
+        default:
+            mail_->notice(MailNotifier::Event::gaveUp, "Connection gave up: " + name, body);
+            break;
+    }
 }
 
 // ---- the list ---------------------------------------------------------------
@@ -267,6 +299,8 @@ void ActivityController::removeRecord(Ripper& connection) {
                               [&](const auto& c) { return c.get() == &connection; });
     if (found == connections_.end()) return;
     if (selected_ == &connection) selected_ = nullptr;
+    scheduled_.erase(connection.id());
+    ended_.erase(connection.id());
     std::unique_ptr<Ripper> gone = std::move(*found);
     connections_.erase(found);
     // Destroyed off the list: its end stops and joins its thread.
@@ -303,6 +337,11 @@ void ActivityController::checkDiskSpace() {
     if (hasEnoughFreeSpace() || connections_.empty()) return;
     stopAllConnections();
     alert("ERROR_DISK_ALMOST_FULL", "The recordings disk is almost full: recording has stopped.");
+    if (mail_)
+        mail_->notice(
+            MailNotifier::Event::diskAlmostFull, "Recording stopped: the disk is almost full",
+            MailNotifier::bodyLines(
+                {{"Folder", downloadPath()}, {"Connections stopped", std::to_string(connections_.size())}}));
 }
 
 void ActivityController::startDiskSpaceWatch() {

@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -32,6 +33,7 @@ namespace quillon {
 
 class Bookmark;
 class ConnectionTimer;
+class MailNotifier;
 class Ripper;
 class UserInterface;
 
@@ -140,6 +142,12 @@ public:
     void startDiskSpaceWatch();
     void stopDiskSpaceWatch();
 
+    // ---- mail notices
+    // Where notices of scheduled recordings that finished, connections that
+    // gave up and a full disk go (each sent only when switched on); none: no
+    // notices. The notifier must outlive this controller.
+    void setMailNotifier(MailNotifier* notifier) { mail_ = notifier; }
+
     RecentMenu& recentMenu() { return recentMenu_; }
     const RecentMenu& recentMenu() const { return recentMenu_; }
     UserInterface& userInterface() const { return ui_; }
@@ -148,6 +156,8 @@ private:
     void alert(const std::string& key, const std::string& defaultText);
     void addToRecents(const Bookmark& bookmark);
     void sortBy(const std::string& key, bool ascending);
+    // Mails the end of a connection once per run, when it is over for good.
+    void noticeEnd(const Ripper& connection);
 
     UserInterface& ui_;
     ConnectionServices services_;
@@ -161,6 +171,9 @@ private:
     bool detailsShown_ = false;
     bool refreshPending_ = false;
     std::optional<MainLoop::TimerId> diskWatch_;
+    MailNotifier* mail_ = nullptr;
+    std::set<std::uint64_t> scheduled_;  // connections a rule started, until their end is told
+    std::set<std::uint64_t> ended_;      // connections whose end of this run was told
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 

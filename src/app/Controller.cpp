@@ -24,8 +24,10 @@ Controller::Controller(UserInterface& ui, QuestionBoard& questions, Options opti
     // The modules in their order: the activity list first, as every other
     // module starts connections through it; the bookmarks and the station
     // directory keep their folders in the defaults store; the history last.
+    mail_ = std::make_unique<MailNotifier>();
     activity_ = std::make_unique<ActivityController>(ui_, std::move(options.services),
                                                      std::move(options.freeSpaceQuery));
+    activity_->setMailNotifier(mail_.get());
     schedules_ = std::make_unique<Schedules>(std::move(options.schedulesPath), activity_->ruleStarter(),
                                              std::move(options.clock));
     History::history();

@@ -17,6 +17,7 @@
 #include "app/QuestionBoard.h"
 #include "app/StorageFolder.h"
 #include "app/VersionCheck.h"
+#include "notify/MailNotifier.h"
 #include "platform/MainLoop.h"
 #include "schedule/Schedules.h"
 
@@ -68,12 +69,15 @@ public:
     ActivityController& activity() { return *activity_; }
     Schedules& schedules() { return *schedules_; }
     VersionCheck& versionCheck() { return *versionCheck_; }
+    MailNotifier& mailNotifier() { return *mail_; }
     UserInterface& userInterface() { return ui_; }
     QuestionBoard& questions() { return questions_; }
 
 private:
     UserInterface& ui_;
     QuestionBoard& questions_;
+    // Before the list that tells it of connections' ends, so that it outlives it.
+    std::unique_ptr<MailNotifier> mail_;
     std::unique_ptr<ActivityController> activity_;
     std::unique_ptr<Schedules> schedules_;
     std::unique_ptr<VersionCheck> versionCheck_;

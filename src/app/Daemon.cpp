@@ -10,6 +10,7 @@
 #include "app/HistoryApi.h"
 #include "app/LibraryApi.h"
 #include "app/LoginLinks.h"
+#include "app/MailApi.h"
 #include "app/ScheduleApi.h"
 #include "app/SettingsApi.h"
 #include "engine/RipperRelay.h"
@@ -68,6 +69,7 @@ bool Daemon::start(std::string& failure) {
     history_->setRefreshHandler([events = events_.get()] { events->publish({{"type", "history"}}); });
     addSettingsRoutes(*server_, *controller_, *events_);
     library_ = std::make_unique<LibraryApi>(*server_, *events_);
+    mail_ = std::make_unique<MailApi>(*server_, *events_);
     if (!server_->start(failure)) return false;
     controller_->start();
     Log::info("Quillon serves its API on {}:{}", server.host, server_->port());

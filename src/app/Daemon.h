@@ -16,6 +16,7 @@ namespace quillon {
 
 class ApiServer;
 class BookmarkApi;
+class MailApi;
 class DaemonUserInterface;
 class EventHub;
 class History;
@@ -58,6 +59,7 @@ private:
     std::unique_ptr<ApiServer> server_;
     std::unique_ptr<BookmarkApi> bookmarks_;
     std::unique_ptr<LibraryApi> library_;
+    std::unique_ptr<MailApi> mail_;
     bool stopped_ = false;
 };
 

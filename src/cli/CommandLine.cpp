@@ -9,6 +9,7 @@
 #include "cli/DemoCommand.h"
 #include "cli/HistoryCommand.h"
 #include "cli/LibraryCommand.h"
+#include "cli/MailCommand.h"
 #include "cli/OpenCommand.h"
 #include "cli/PlaylistFetchCommand.h"
 #include "cli/PrefsCommand.h"
@@ -39,6 +40,7 @@ int runCommandLine(int argc, char** argv) {
     addPrefsCommand(app, runner);
     addHistoryCommand(app, runner);
     addScheduleCommand(app, runner);
+    addMailCommand(app, runner);
     addServeCommand(app, runner);
     addStatusCommand(app, runner);
     addStopCommand(app, runner);

@@ -70,6 +70,16 @@ constexpr std::array kKeys = {
     KeyRule{"mpdPassword", Kind::text},
     KeyRule{"mpdMusicFolder", Kind::text},
     KeyRule{"live365Host", Kind::host},
+    // Mail notices: the server as host:port, the addresses, and a password
+    // file's path (never the password itself); each notice off by default.
+    KeyRule{"mailServer", Kind::host},
+    KeyRule{"mailFrom", Kind::text},
+    KeyRule{"mailTo", Kind::text},
+    KeyRule{"mailUser", Kind::text},
+    KeyRule{"mailPasswordFile", Kind::text},
+    KeyRule{"mailOnScheduleEnd", Kind::state},
+    KeyRule{"mailOnDiskFull", Kind::state},
+    KeyRule{"mailOnGiveUp", Kind::state},
 };
 
 // A key the editor greys out unless `governor` is on (and, for the playlist

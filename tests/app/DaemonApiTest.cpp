@@ -166,6 +166,30 @@ TEST_F(DaemonApiTest, EveryCallAnswersOrRefusesWithOneLine) {
     EXPECT_NE(prefs.value("split", ""), "YES");
 }
 
+TEST_F(DaemonApiTest, MailSettingsAreShownAndChangedAsOneSet) {
+    expectAnswers({
+        {"GET", "/api/mail", "", 200},
+        {"PUT", "/api/mail", R"({"server":"smtp.example.org:587","from":"a@example.org","onGiveUp":true})",
+         200},
+        {"PUT", "/api/mail", R"({"to":"b@example.org","password":"secret"})", 400},
+        {"PUT", "/api/mail", R"({"to":"b@example.org","onDiskFull":"yes"})", 400},
+        {"PUT", "/api/mail", R"({"to":"b@example.org","server":"smtp.example.org/x"})", 400},
+        {"PUT", "/api/mail", R"({"to":"b@example.org\r\nRCPT TO: <c@example.org>"})", 400},
+        {"PUT", "/api/mail", "[1]", 400},
+    });
+    // Only the accepted set was stored, and the file has it.
+    auto mail = json(call("GET", "/api/mail"));
+    EXPECT_EQ(mail["server"], "smtp.example.org:587");
+    EXPECT_EQ(mail["from"], "a@example.org");
+    EXPECT_EQ(mail["to"], "");
+    EXPECT_EQ(mail["onGiveUp"], true);
+    EXPECT_EQ(mail["onDiskFull"], false);
+    EXPECT_EQ(mail["problem"], "no recipient address is set (mailTo)");
+    auto stored = Preferences::resourceFromPath<Preferences>(homePath(Preferences::kRelativePath));
+    ASSERT_TRUE(stored);
+    EXPECT_EQ(stored->getParam("mailServer"), "smtp.example.org:587");
+}
+
 TEST_F(DaemonApiTest, SchedulesAreMadeChangedAndRemoved) {
     // A Monday noon, so that four weeks hold exactly eight starts.
     auto now = test::localDate(2026, 11, 23, 12, 0, 0);
