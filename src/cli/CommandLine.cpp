@@ -7,6 +7,7 @@
 #include "cli/BookmarkCommand.h"
 #include "cli/Command.h"
 #include "cli/DemoCommand.h"
+#include "cli/DirectoryCommand.h"
 #include "cli/HistoryCommand.h"
 #include "cli/OpenCommand.h"
 #include "cli/PrefsCommand.h"
@@ -32,6 +33,7 @@ int runCommandLine(int argc, char** argv) {
     addRecordCommand(app, runner);
     addDemoCommand(app, runner);
     addStationCommand(app, runner);
+    addDirectoryCommand(app, runner);
     addBookmarkCommand(app, runner);
     addPrefsCommand(app, runner);
     addHistoryCommand(app, runner);
