@@ -4,20 +4,20 @@
 namespace quillon {
 
 struct Timing {
-    double streamReadTimeout = 60;    // a connection's header and stream reads and writes
-    double connectRetryDelay = 10;    // between connect attempts
-    double restartDelay = 20;         // after a failure while streaming
-    double acceptWait = 2;            // a listening socket's accept wait
-    double acceptRetryDelay = 0.1;    // after a failed accept; doubled per failure up to 10 times
-    double relayRequestTimeout = 10;  // a relay player's whole request
-    double relayCadence = 0.1;        // relay feeder and listener writers
-    double autoListenDelay = 3;       // opening the player after streaming starts
-    double scheduleTick = 10;         // schedule rules
-    double freeSpaceCheck = 60;       // free-space guard
-    double libraryHandOffDelay = 30;  // hand-off of a size-split chunk
-    double redirectTimeout = 60;      // a bookmark's redirect probe
-    double versionCheckTimeout = 10;  // the version file download
-    double directoryTimeout = 10;     // the station directory's files and playlists
+    double streamReadTimeout = 60;   // a connection's header and stream reads and writes
+    double connectRetryDelay = 10;   // between connect attempts
+    double restartDelay = 20;        // after a failure while streaming
+    double acceptWait = 2;           // a listening socket's accept wait
+    double acceptRetryDelay = 0.1;   // after a failed accept; doubled per failure up to 10 times
+    double relayRequestTimeout = 10; // a relay player's whole request
+    double relayCadence = 0.1;       // relay feeder and listener writers
+    double autoListenDelay = 3;      // opening the player after streaming starts
+    double scheduleTick = 10;        // schedule rules
+    double freeSpaceCheck = 60;      // free-space guard
+    double libraryHandOffDelay = 30; // hand-off of a size-split chunk
+    double redirectTimeout = 60;     // a bookmark's redirect probe
+    double versionCheckTimeout = 10; // the version file download
+    double directoryTimeout = 10;    // the station directory's files and playlists
 };
 
 // The process's timing table.
