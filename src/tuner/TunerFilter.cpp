@@ -24,30 +24,34 @@ void TunerFilter::post(Tuner::Filter request) {
 }
 
 void TunerFilter::run() {
-    std::unique_lock lock(mutex_);
+    // Lock order: the directory's lock before the mailbox's mutex, so that a
+    // request can be posted while the tree is locked.
     for (;;) {
-        wake_.wait(lock, [this] { return stopping_ || mailbox_.has_value(); });
-        if (stopping_) return;
+        {
+            std::unique_lock lock(mutex_);
+            wake_.wait(lock, [this] { return stopping_ || mailbox_.has_value(); });
+            if (stopping_) return;
+        }
         int runs = 0;
         {
             std::lock_guard tree(tuner_.tunerLock());
-            while (mailbox_ && !stopping_) {
-                Tuner::Filter request = std::move(*mailbox_);
-                mailbox_.reset();
-                lock.unlock();
-                tuner_.filter(request);
+            for (;;) {
+                std::optional<Tuner::Filter> request;
+                {
+                    std::lock_guard lock(mutex_);
+                    if (stopping_) return;
+                    request.swap(mailbox_);
+                }
+                if (!request) break;
+                tuner_.filter(*request);
                 ++runs;
-                lock.lock();
             }
         }
-        if (stopping_) return;
-        lock.unlock();
         MainLoop::main().invoke(
             [this, runs] {
                 if (filtered_) filtered_(runs);
             },
             guard_);
-        lock.lock();
     }
 }
 
