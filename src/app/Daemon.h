@@ -16,6 +16,7 @@ namespace quillon {
 
 class ApiServer;
 class BookmarkApi;
+class DirectoryApi;
 class DaemonUserInterface;
 class EventHub;
 class History;
@@ -56,6 +57,7 @@ private:
     std::shared_ptr<History> history_;  // the routes hold it by reference
     std::unique_ptr<ApiServer> server_;
     std::unique_ptr<BookmarkApi> bookmarks_;
+    std::unique_ptr<DirectoryApi> directory_;
     bool stopped_ = false;
 };
 
