@@ -94,8 +94,16 @@ DirectoryApi::DirectoryApi(ApiServer& server, EventHub& events) : events_(events
                     if (!*alive) return;
                     ApiReply reply{502, errorBody(why)};
                     if (bookmark) {
-                        reply = replyFor(DirectoryOperations::saveBookmark(*bookmark, name, replace), 201);
-                        if (reply.status == 201) events_.publish({{"type", "bookmarks"}});
+                        // Outside a handler: a refusal is answered here, never thrown onto the main loop.
+                        try {
+                            reply =
+                                replyFor(DirectoryOperations::saveBookmark(*bookmark, name, replace), 201);
+                            if (reply.status == 201) events_.publish({{"type", "bookmarks"}});
+                        } catch (const ApiError& e) {
+                            reply = {e.status(), errorBody(e.what())};
+                        } catch (const BadInput& e) {
+                            reply = {400, errorBody(e.what())};
+                        }
                     }
                     respond(std::move(reply));
                     // The thread has posted its last work and is only returning: joined at once.
