@@ -62,6 +62,7 @@ constexpr std::array kKeys = {
     KeyRule{"webPort", Kind::port},
     KeyRule{"webAllInterfaces", Kind::state},
     KeyRule{"versionHost", Kind::host},
+    KeyRule{"tunerServer", Kind::text},  // the directory server's base address
 };
 
 // A key the editor greys out unless `governor` is on (and, for the playlist
