@@ -6,6 +6,7 @@
 #include "app/ApplicationApi.h"
 #include "app/BookmarkApi.h"
 #include "app/DaemonUserInterface.h"
+#include "app/DirectoryApi.h"
 #include "app/EventHub.h"
 #include "app/HistoryApi.h"
 #include "app/LibraryApi.h"
@@ -63,6 +64,7 @@ bool Daemon::start(std::string& failure) {
     addApplicationRoutes(*server_, *controller_, *logins_);
     addScheduleRoutes(*server_, *controller_, *events_);
     bookmarks_ = std::make_unique<BookmarkApi>(*server_, *events_);
+    directory_ = std::make_unique<DirectoryApi>(*server_, *events_);
     history_ = History::history();
     addHistoryRoutes(*server_, *history_, *events_);
     // Tracks the recordings add; the event hub outlives the handler (stop()).
@@ -81,6 +83,7 @@ void Daemon::stop() {
     stopped_ = true;
     if (server_) server_->stop();
     bookmarks_.reset();  // ends the fetches of new bookmarks
+    directory_.reset();  // ends the directory's update, filter and playlist fetches
     if (history_) history_->setRefreshHandler({});
     controller_->quit();
     ui_->setActivity(nullptr);

@@ -17,6 +17,7 @@ namespace quillon {
 class ApiServer;
 class BookmarkApi;
 class MailApi;
+class DirectoryApi;
 class DaemonUserInterface;
 class EventHub;
 class History;
@@ -60,6 +61,7 @@ private:
     std::unique_ptr<BookmarkApi> bookmarks_;
     std::unique_ptr<LibraryApi> library_;
     std::unique_ptr<MailApi> mail_;
+    std::unique_ptr<DirectoryApi> directory_;
     bool stopped_ = false;
 };
 

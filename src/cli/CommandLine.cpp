@@ -7,6 +7,7 @@
 #include "cli/BookmarkCommand.h"
 #include "cli/Command.h"
 #include "cli/DemoCommand.h"
+#include "cli/DirectoryCommand.h"
 #include "cli/HistoryCommand.h"
 #include "cli/LibraryCommand.h"
 #include "cli/MailCommand.h"
@@ -36,6 +37,7 @@ int runCommandLine(int argc, char** argv) {
     addDemoCommand(app, runner);
     addStationCommand(app, runner);
     addPlaylistFetchCommand(app, runner);
+    addDirectoryCommand(app, runner);
     addBookmarkCommand(app, runner);
     addPrefsCommand(app, runner);
     addHistoryCommand(app, runner);

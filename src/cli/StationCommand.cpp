@@ -11,6 +11,7 @@
 
 #include "station/AssetTones.h"
 #include "station/Station.h"
+#include "station/StationDirectory.h"
 
 namespace quillon {
 
@@ -43,6 +44,8 @@ struct StationArgs {
     std::optional<std::uint64_t> badChunkAt;
     std::string titleEncoding;
     std::vector<std::string> tls;  // certificate and key
+    bool directory = false;
+    StationDirectoryOptions directoryOptions;
 };
 
 StationOptions stationOptions(const StationArgs& a) {
@@ -106,7 +109,9 @@ int runStation(const StationArgs& args) {
     try {
         Station station(options);
         station.start();
+        if (args.directory) station.serveFiles(StationDirectory::files(station.url(), args.directoryOptions));
         std::printf("Station listening on %s\n", station.url().c_str());
+        if (args.directory) std::printf("Directory server %s\n", station.url().c_str());
         std::fflush(stdout);
         int received = 0;
         sigwait(&signals, &received);
@@ -166,6 +171,13 @@ void addStationCommand(CLI::App& app, CommandRunner& runner) {
     cmd->add_option("--tls", args->tls, "Serve over TLS with this certificate chain and key (PEM files)")
         ->expected(2)
         ->type_name("CERT KEY");
+    cmd->add_flag("--directory", args->directory,
+                  "Also serve a station directory (quillon directory --server URL) whose streams are this "
+                  "station");
+    cmd->add_option("--directory-version", args->directoryOptions.version, "The directory's version number")
+        ->capture_default_str();
+    cmd->add_option("--directory-fail-after", args->directoryOptions.failAfter,
+                    "Hang up on every genre file after the first N (an update failing half-way)");
     cmd->callback([args, bitrate, &runner] {
         args->bitrateGiven = bitrate->count() > 0;
         runner = [args] { return runStation(*args); };

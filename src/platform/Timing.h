@@ -21,6 +21,7 @@ struct Timing {
     double mailTimeout = 60;         // each read and write of the mail dialogue
     double urlFetchTimeout = 60;     // a playlist entry's or a station page's download (each silence)
     double pageTitleWait = 5;        // a station page that does not say when its track ends
+    double directoryTimeout = 10;    // the station directory's files and playlists
 };
 
 // The process's timing table.

@@ -155,10 +155,10 @@ public:
     bool renameFile(const std::string& newName);
 
     // --- Archives
-    Bytes archivedResource() const;
+    virtual Bytes archivedResource() const;
     // Replaces the dictionary when the bytes hold an archived dictionary; other
     // bytes leave it as it was. Returns whether it was replaced.
-    bool setResourceFromArchive(std::span<const std::uint8_t> archive);
+    virtual bool setResourceFromArchive(std::span<const std::uint8_t> archive);
 
     // --- Lists
     // The resources' dictionaries, in order, as one property-list file.

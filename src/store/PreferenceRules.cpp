@@ -80,6 +80,7 @@ constexpr std::array kKeys = {
     KeyRule{"mailOnScheduleEnd", Kind::state},
     KeyRule{"mailOnDiskFull", Kind::state},
     KeyRule{"mailOnGiveUp", Kind::state},
+    KeyRule{"tunerServer", Kind::text},  // the directory server's base address
 };
 
 // A key the editor greys out unless `governor` is on (and, for the playlist

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <optional>
 #include <stdexcept>
 
 #include "platform/NamedException.h"
@@ -222,6 +223,11 @@ void Station::acceptLoop() {
     }
 }
 
+void Station::serveFiles(std::map<std::string, StationFile> files) {
+    std::lock_guard lock(mutex_);
+    files_ = std::move(files);
+}
+
 void Station::reapFinished() {
     std::list<std::unique_ptr<Session>> finished;
     {
@@ -269,8 +275,15 @@ void Station::serve(FileHandle socket, std::size_t index) {
         clients_[index].request = head;
         if (request) clients_[index].path = request->path;
     }
+    std::optional<StationFile> file;
+    if (request) {
+        std::lock_guard lock(mutex_);
+        if (auto it = files_.find(request->path); it != files_.end()) file = it->second;
+    }
     if (!request || request->method != "GET") {
         sendText(link, StationHttp::badRequest());
+    } else if (file) {
+        if (!file->hangUp) sendText(link, StationHttp::fileReply(file->contentType, file->body));
     } else if (options_.redirectTo) {
         sendText(link, StationHttp::redirect(*options_.redirectTo));
     } else if (options_.redirectToSelf) {

@@ -8,10 +8,12 @@
 // the queries (port, clientCount, clients, titleSchedule) from any thread. The
 // station owns its listening socket, a wake-up descriptor and every thread;
 // stop() (also run by the destructor) wakes them all, closes every socket and
-// joins every thread. `mutex_` guards the client list and records.
+// joins every thread. `mutex_` guards the client list and records and the
+// served files.
 #include <atomic>
 #include <cstdint>
 #include <list>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -34,6 +36,14 @@ struct StationClient {
     std::uint64_t audioBytesSent = 0;
     std::vector<TitleAnnouncement> announcements;  // titles announced to this client
     bool connected = true;
+};
+
+// A file the station serves at one exact request target (path and query)
+// instead of its stream; `hangUp` closes the connection without a reply.
+struct StationFile {
+    std::string contentType;
+    std::string body;
+    bool hangUp = false;
 };
 
 class Station {
@@ -61,6 +71,9 @@ public:
     // The titles every metadata-enabled client is announced, up to audioBytes.
     std::vector<TitleAnnouncement> titleSchedule(std::uint64_t audioBytes) const;
     const StationOptions& options() const { return options_; }
+    // Serves these files from now on, by request target; every other target
+    // gets the stream. Any thread.
+    void serveFiles(std::map<std::string, StationFile> files);
 
     static std::uint8_t counterByte(std::uint64_t offset);
 
@@ -104,6 +117,7 @@ private:
 
     mutable std::mutex mutex_;
     std::vector<StationClient> clients_;
+    std::map<std::string, StationFile> files_;
     std::list<std::unique_ptr<Session>> sessions_;
 };
 

@@ -105,4 +105,9 @@ std::string StationHttp::refusal(int status, StationStatus style) {
 
 std::string StationHttp::badRequest() { return refusal(400, StationStatus::http); }
 
+std::string StationHttp::fileReply(const std::string& contentType, const std::string& body) {
+    return "HTTP/1.0 200 OK\r\nContent-Type: " + contentType +
+           "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+}
+
 }  // namespace quillon

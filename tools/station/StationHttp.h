@@ -30,6 +30,8 @@ public:
     // An error status line ("ICY 401 Unauthorized" or "HTTP/1.0 404 Not Found", ...).
     static std::string refusal(int status, StationStatus style);
     static std::string badRequest();
+    // "HTTP/1.0 200 OK" with the body and its length.
+    static std::string fileReply(const std::string& contentType, const std::string& body);
 
     static std::string reasonPhrase(int status);
 };
