@@ -9,11 +9,12 @@
 #include "app/EventHub.h"
 #include "app/HistoryApi.h"
 #include "app/LoginLinks.h"
+#include "app/RelayAudioApi.h"
 #include "app/ScheduleApi.h"
 #include "app/SettingsApi.h"
+#include "engine/RipperRelay.h"
 #include "history/History.h"
 #include "platform/Log.h"
-#include "platform/Resources.h"
 #include "platform/TextUtil.h"
 #include "store/Preferences.h"
 
@@ -24,7 +25,12 @@ Daemon::Daemon(Options options)
       events_(std::make_unique<EventHub>()),
       logins_(std::make_unique<LoginLinks>()),
       questions_(std::make_unique<QuestionBoard>([this](const nlohmann::json& e) { events_->publish(e); })),
-      ui_(std::make_unique<DaemonUserInterface>(*events_)) {}
+      ui_(std::make_unique<DaemonUserInterface>(*events_)) {
+    // Every connection the daemon runs serves its relay, as `quillon record`'s
+    // do: players and the web page's audio element listen through it.
+    if (!options_.controller.services.makeRelay)
+        options_.controller.services.makeRelay = RipperRelay::factory();
+}
 
 Daemon::~Daemon() { stop(); }
 
@@ -47,11 +53,11 @@ bool Daemon::start(std::string& failure) {
     controller_ = std::make_unique<Controller>(*ui_, *questions_, std::move(options_.controller));
     ui_->setActivity(&controller_->activity());
     server_ = std::make_unique<ApiServer>(server, *events_, *logins_);
-    server_->setPage(std::string(resource("index.html").value_or("Quillon")));
     addActivityRoutes(*server_, *controller_);
     addApplicationRoutes(*server_, *controller_, *logins_);
     addScheduleRoutes(*server_, *controller_, *events_);
     bookmarks_ = std::make_unique<BookmarkApi>(*server_, *events_);
+    relayAudio_ = std::make_unique<RelayAudioApi>(*server_, *controller_);
     history_ = History::history();
     addHistoryRoutes(*server_, *history_, *events_);
     // Tracks the recordings add; the event hub outlives the handler (stop()).

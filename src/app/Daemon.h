@@ -20,6 +20,7 @@ class DaemonUserInterface;
 class EventHub;
 class History;
 class LoginLinks;
+class RelayAudioApi;
 
 class Daemon {
 public:
@@ -56,6 +57,7 @@ private:
     std::shared_ptr<History> history_;  // the routes hold it by reference
     std::unique_ptr<ApiServer> server_;
     std::unique_ptr<BookmarkApi> bookmarks_;
+    std::unique_ptr<RelayAudioApi> relayAudio_;
     bool stopped_ = false;
 };
 
