@@ -46,7 +46,8 @@ export function AddStation({
         </button>
       </div>
       <p id="station-help" class="help">
-        A stream address (http or https) or the name of a saved bookmark.
+        A stream address (http or https) or the name of a saved bookmark. Press / to come back here; arrow
+        keys move between connections.
       </p>
       <datalist id="bookmark-names">
         {bookmarks.map((b) => (

@@ -82,6 +82,19 @@ export function App() {
     return () => stream.stop();
   }, [reload, notify]);
 
+  // "/" goes to the station field from anywhere but another field.
+  useEffect(() => {
+    const onKey = (e: KeyboardEvent) => {
+      const target = e.target as HTMLElement | null;
+      if (e.key !== '/' || e.ctrlKey || e.metaKey || e.altKey) return;
+      if (target && (target.isContentEditable || ['INPUT', 'TEXTAREA', 'SELECT'].includes(target.tagName))) return;
+      e.preventDefault();
+      document.getElementById('station')?.focus();
+    };
+    document.addEventListener('keydown', onKey);
+    return () => document.removeEventListener('keydown', onKey);
+  }, []);
+
   // Act on a connection; the event stream brings the new state.
   const act = useCallback((work: Promise<unknown>) => work.then(() => undefined).catch(failed), [failed]);
 
