@@ -321,6 +321,10 @@ void ApiServer::serveStream(const StreamHandler& handler, const httplib::Request
     } catch (const ApiError& e) {
         streams_.fetch_sub(1);
         return reply(res, e.status(), errorBody(e.what()));
+    } catch (const std::exception& e) {
+        streams_.fetch_sub(1);
+        Log::warn("API stream {} failed: {}", req.path, e.what());
+        return reply(res, 500, errorBody(e.what()));
     }
     // A live stream has no byte ranges: an audio element's "Range: bytes=0-"
     // gets the whole stream from now, not a 206 without a Content-Range.

@@ -443,7 +443,8 @@ TEST_F(DaemonApiTest, PageFilesComeWithTheirTypesAndCaching) {
 // blocks the relay puts between them: the station's counter bytes arrive
 // unbroken across several meta intervals.
 TEST_F(DaemonApiTest, RelayAudioReachesThePageWithoutMetadata) {
-    auto station = startStation();  // a meta interval of 8192
+    auto station = startStation();                    // a meta interval of 8192
+    prefs().setParam(std::string("0"), "relayPort");  // any free port: 9000 may be taken here
     auto started = call("POST", "/api/activity",
                         R"({"url":"http://127.0.0.1:)" + std::to_string(station->port()) + R"(/"})");
     ASSERT_EQ(started->status, 201) << started->body;
