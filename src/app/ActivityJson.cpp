@@ -17,7 +17,9 @@ nlohmann::json activityRowJson(const ActivityViewModel::Row& r) {
             {"listeners", r.listeners},
             {"relayOnly", r.relayOnly},
             {"closeAfterThisTrack", r.closeAfterThisTrack},
-            {"downloadPath", r.downloadPath}};
+            {"downloadPath", r.downloadPath},
+            {"scheduleInformation", r.scheduleInformation},
+            {"track", r.track}};
 }
 
 nlohmann::json activityJson(const ActivityViewModel& view) {

@@ -121,6 +121,7 @@ ActivityViewModel ActivityViewModel::make(const ActivityController& controller) 
         r.relayOnly = c.relayOnly();
         r.closeAfterThisTrack = c.closeAfterThisTrack();
         r.downloadPath = c.downloadPath();
+        r.track = c.currentTrack();
         if (auto end = c.currentEndDate())
             r.scheduleInformation =
                 localized("ConnectionWillStop", "Will stop on") + " " + PendingAction::displayText(*end);

@@ -39,6 +39,8 @@ public:
         // "Will stop on Monday, November 23 2026, 10:30 pm" for a connection
         // a schedule rule started; else the text of "ConnectionNotScheduled".
         std::string scheduleInformation;
+        // The title of the track being received; empty before the first one.
+        std::string track;
     };
 
     struct ToolbarItem {

@@ -11,6 +11,7 @@
 #include "app/ApiToken.h"
 #include "app/EventHub.h"
 #include "app/LoginLinks.h"
+#include "app/WebAssets.h"
 #include "platform/Log.h"
 
 namespace quillon {
@@ -59,8 +60,10 @@ ApiServer::ApiServer(Options options, EventHub& events, LoginLinks& logins)
       logins_(logins),
       server_(std::make_unique<httplib::Server>()),
       replies_(std::make_shared<Replies>()) {
-    // Every event stream holds a worker for as long as it is open.
-    server_->new_task_queue = [] { return new httplib::ThreadPool(EventHub::kMaxSubscribers + 16); };
+    // Every event stream and every streamed answer holds a worker for as long as it is open.
+    server_->new_task_queue = [] {
+        return new httplib::ThreadPool(EventHub::kMaxSubscribers + kMaxStreams + 16);
+    };
     // SO_REUSEADDR only: httplib's default SO_REUSEPORT would let a second
     // daemon listen on the same port.
     server_->set_socket_options([this](int fd) {
@@ -84,12 +87,10 @@ ApiServer::ApiServer(Options options, EventHub& events, LoginLinks& logins)
     server_->set_exception_handler([](const httplib::Request&, httplib::Response& res, std::exception_ptr) {
         reply(res, 500, errorBody("internal error"));
     });
-    server_->Get("/", [this](const httplib::Request&, httplib::Response& res) {
-        res.set_header("Content-Security-Policy",
-                       "default-src 'self'; script-src 'self' 'unsafe-inline'; style-src 'self' "
-                       "'unsafe-inline'; frame-ancestors 'none'");
-        res.set_content(page_, "text/html; charset=utf-8");
-    });
+    auto file = [this](const httplib::Request& req, httplib::Response& res) { serveFile(req, res); };
+    server_->Get("/", file);
+    server_->Get("/index.html", file);
+    server_->Get(R"(/assets/[A-Za-z0-9._-]+)", file);
     server_->Get("/login",
                  [this](const httplib::Request& req, httplib::Response& res) { serveLogin(req, res); });
     server_->Get("/api/events",
@@ -102,6 +103,13 @@ void ApiServer::route(const std::string& method, const std::string& pattern, Han
     routeDeferred(method, pattern, [handler = std::move(handler)](const ApiRequest& req, Respond respond) {
         respond(handler(req));
     });
+}
+
+void ApiServer::routeStream(const std::string& pattern, StreamHandler handler) {
+    server_->Get(pattern,
+                 [this, handler = std::move(handler)](const httplib::Request& req, httplib::Response& res) {
+                     serveStream(handler, req, res);
+                 });
 }
 
 void ApiServer::routeDeferred(const std::string& method, const std::string& pattern,
@@ -140,6 +148,7 @@ bool ApiServer::start(std::string& failure) {
 }
 
 void ApiServer::stop() {
+    *stopping_ = true;  // streamed answers end at their next part
     guard_.cancel();
     {
         std::lock_guard lock(replies_->mutex);
@@ -188,6 +197,13 @@ bool ApiServer::refused(const httplib::Request& req, httplib::Response& res) con
     return false;
 }
 
+ApiRequest ApiServer::requestOf(const httplib::Request& req, nlohmann::json body) const {
+    std::vector<std::string> params;
+    for (std::size_t i = 1; i < req.matches.size(); ++i) params.push_back(req.matches[i].str());
+    std::map<std::string, std::string> query(req.params.begin(), req.params.end());
+    return ApiRequest(req.method, std::move(params), std::move(query), std::move(body));
+}
+
 void ApiServer::dispatch(const DeferredHandler& handler, const httplib::Request& req,
                          httplib::Response& res) {
     nlohmann::json body;
@@ -196,10 +212,7 @@ void ApiServer::dispatch(const DeferredHandler& handler, const httplib::Request&
         if (body.is_discarded()) return reply(res, 400, errorBody("bad JSON in the body"));
         if (!body.is_object()) return reply(res, 400, errorBody("the body must be a JSON object"));
     }
-    std::vector<std::string> params;
-    for (std::size_t i = 1; i < req.matches.size(); ++i) params.push_back(req.matches[i].str());
-    std::map<std::string, std::string> query(req.params.begin(), req.params.end());
-    ApiRequest request(req.method, std::move(params), std::move(query), std::move(body));
+    ApiRequest request = requestOf(req, std::move(body));
 
     auto pending = std::make_shared<Pending>();
     Respond respond = [replies = replies_, pending](ApiReply answer) {
@@ -273,6 +286,60 @@ void ApiServer::serveLogin(const httplib::Request& req, httplib::Response& res) 
     res.set_header("Set-Cookie",
                    std::string(kTokenCookie) + "=" + options_.token + "; Path=/; HttpOnly; SameSite=Strict");
     res.set_redirect("/", 303);
+}
+
+}  // namespace quillon
+
+namespace quillon {
+
+void ApiServer::serveFile(const httplib::Request& req, httplib::Response& res) {
+    auto file = WebAssets::find(req.path);
+    if (!file) return reply(res, 404, errorBody("no such page: " + req.path));
+    if (file->contentType.starts_with("text/html"))
+        res.set_header("Content-Security-Policy",
+                       "default-src 'self'; img-src 'self' data:; frame-ancestors 'none'; base-uri 'none'; "
+                       "form-action 'self'");
+    res.set_header("X-Content-Type-Options", "nosniff");
+    res.set_header("Cache-Control", file->cacheControl);
+    res.set_content(file->body.data(), file->body.size(), file->contentType);
+}
+
+void ApiServer::serveStream(const StreamHandler& handler, const httplib::Request& req,
+                            httplib::Response& res) {
+    // Counted from here to the release below, so that a refused or failed
+    // opening gives its place back at once.
+    if (streams_.fetch_add(1) >= kMaxStreams) {
+        streams_.fetch_sub(1);
+        return reply(res, 503, errorBody("too many streams are open; close a player first"));
+    }
+    OnMain onMain = [this](const std::function<void()>& work) {
+        return MainLoop::main().invoke(work, guard_);
+    };
+    Stream stream;
+    try {
+        stream = handler(requestOf(req, nlohmann::json::object()), onMain);
+    } catch (const ApiError& e) {
+        streams_.fetch_sub(1);
+        return reply(res, e.status(), errorBody(e.what()));
+    } catch (const std::exception& e) {
+        streams_.fetch_sub(1);
+        Log::warn("API stream {} failed: {}", req.path, e.what());
+        return reply(res, 500, errorBody(e.what()));
+    }
+    // A live stream has no byte ranges: an audio element's "Range: bytes=0-"
+    // gets the whole stream from now, not a 206 without a Content-Range.
+    res.status = 200;
+    res.set_header("Cache-Control", "no-store");
+    res.set_header("X-Content-Type-Options", "nosniff");
+    res.set_chunked_content_provider(
+        stream.contentType,
+        [next = std::move(stream.next), stopping = stopping_](std::size_t, httplib::DataSink& sink) {
+            if (*stopping) return false;
+            Write write = [&sink](const char* data, std::size_t size) { return sink.write(data, size); };
+            if (!next(write)) sink.done();
+            return true;
+        },
+        [this](bool) { streams_.fetch_sub(1); });
 }
 
 }  // namespace quillon

@@ -1,6 +1,7 @@
 #pragma once
-// The daemon's HTTP side: the JSON API, the event stream, the login link and
-// the web page, on cpp-httplib. It guards every call before routing: the Host
+// The daemon's HTTP side: the JSON API, the event stream, the login link,
+// streamed answers (a relay's audio for the page) and the web page's embedded
+// files (WebAssets), on cpp-httplib. It guards every call before routing: the Host
 // must name this daemon (no DNS rebinding), an Origin must be the daemon's own
 // (no cross-site requests), /api calls must carry the token (header or
 // cookie), and bodies of changing calls must be JSON. Handlers run on the main
@@ -9,7 +10,7 @@
 // while its worker waits); the event stream and the login are answered on the
 // worker threads.
 //
-// Thread contract: route, setPage and start before serving, stop and the
+// Thread contract: route, routeStream and start before serving, stop and the
 // destructor on the main thread. Workers block in MainLoop::invoke through a
 // guard that stop() cancels first, so stopping never waits for itself.
 #include <atomic>
@@ -41,6 +42,20 @@ public:
     using Respond = std::function<void(ApiReply)>;
     using DeferredHandler = std::function<void(const ApiRequest&, Respond)>;
 
+    // A streamed answer: `next` is called on the worker again and again, hands
+    // each part to `write` and returns false at the end (or when `write` does).
+    // It must return within about a second, so that stop() is not held up.
+    using Write = std::function<bool(const char* data, std::size_t size)>;
+    struct Stream {
+        std::string contentType;
+        std::function<bool(const Write& write)> next;
+    };
+    // Runs `work` on the main loop and waits for it; false when the server stops.
+    using OnMain = std::function<bool(const std::function<void()>& work)>;
+    // Opens a stream on a worker (it may block, within bounds, and calls
+    // `onMain` for the application's state); throwing an ApiError refuses it.
+    using StreamHandler = std::function<Stream(const ApiRequest&, const OnMain& onMain)>;
+
     struct Options {
         std::string host = "127.0.0.1";
         std::uint16_t port = 8642;
@@ -55,6 +70,8 @@ public:
     static constexpr int kDeferredSeconds = 180;
     static constexpr const char* kTokenHeader = "X-Quillon-Token";
     static constexpr const char* kTokenCookie = "quillon_token";
+    // Streamed answers open at once: each holds a worker while it lasts.
+    static constexpr int kMaxStreams = 8;
 
     ApiServer(Options options, EventHub& events, LoginLinks& logins);
     ~ApiServer();
@@ -65,8 +82,8 @@ public:
     // request's params. The handler runs on the main loop.
     void route(const std::string& method, const std::string& pattern, Handler handler);
     void routeDeferred(const std::string& method, const std::string& pattern, DeferredHandler handler);
-    // The page served at "/".
-    void setPage(std::string html) { page_ = std::move(html); }
+    // A GET answered with a stream (at most kMaxStreams at once, else 503).
+    void routeStream(const std::string& pattern, StreamHandler handler);
 
     // Binds and starts serving; false with the reason when the port is taken.
     bool start(std::string& failure);
@@ -81,12 +98,16 @@ private:
     void dispatch(const DeferredHandler& handler, const httplib::Request& req, httplib::Response& res);
     void serveEvents(httplib::Response& res);
     void serveLogin(const httplib::Request& req, httplib::Response& res);
+    void serveFile(const httplib::Request& req, httplib::Response& res);
+    void serveStream(const StreamHandler& handler, const httplib::Request& req, httplib::Response& res);
+    ApiRequest requestOf(const httplib::Request& req, nlohmann::json body) const;
 
     Options options_;
     EventHub& events_;
     LoginLinks& logins_;
     std::unique_ptr<httplib::Server> server_;
-    std::string page_;
+    std::atomic<int> streams_{0};
+    std::shared_ptr<std::atomic<bool>> stopping_ = std::make_shared<std::atomic<bool>>(false);
     InvokeGuard guard_;
     struct Replies;
     std::shared_ptr<Replies> replies_;  // shared with the respond callbacks

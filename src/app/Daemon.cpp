@@ -12,13 +12,13 @@
 #include "app/LibraryApi.h"
 #include "app/LoginLinks.h"
 #include "app/MailApi.h"
+#include "app/RelayAudioApi.h"
 #include "app/ScheduleApi.h"
 #include "app/SettingsApi.h"
 #include "engine/RipperRelay.h"
 #include "history/History.h"
 #include "history/HistoryTrackLog.h"
 #include "platform/Log.h"
-#include "platform/Resources.h"
 #include "platform/TextUtil.h"
 #include "store/Preferences.h"
 
@@ -49,9 +49,10 @@ bool Daemon::start(std::string& failure) {
         server.anyHost = true;
     }
 
-    // Every connection of the daemon relays to local players, enters its
-    // tracks in the history and hands them to the music library, as one in
-    // the foreground does; a test may bring its own.
+    // Every connection of the daemon relays to local players (and the web
+    // page's audio element), enters its tracks in the history and hands them
+    // to the music library, as one in the foreground does; a test may bring
+    // its own.
     auto& services = options_.controller.services;
     if (!services.makeRelay) services.makeRelay = RipperRelay::factory();
     if (!services.history) services.history = std::make_shared<HistoryTrackLog>();
@@ -59,12 +60,12 @@ bool Daemon::start(std::string& failure) {
     controller_ = std::make_unique<Controller>(*ui_, *questions_, std::move(options_.controller));
     ui_->setActivity(&controller_->activity());
     server_ = std::make_unique<ApiServer>(server, *events_, *logins_);
-    server_->setPage(std::string(resource("index.html").value_or("Quillon")));
     addActivityRoutes(*server_, *controller_);
     addApplicationRoutes(*server_, *controller_, *logins_);
     addScheduleRoutes(*server_, *controller_, *events_);
     bookmarks_ = std::make_unique<BookmarkApi>(*server_, *events_);
     directory_ = std::make_unique<DirectoryApi>(*server_, *events_);
+    relayAudio_ = std::make_unique<RelayAudioApi>(*server_, *controller_);
     history_ = History::history();
     addHistoryRoutes(*server_, *history_, *events_);
     // Tracks the recordings add; the event hub outlives the handler (stop()).

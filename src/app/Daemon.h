@@ -23,6 +23,7 @@ class EventHub;
 class History;
 class LibraryApi;
 class LoginLinks;
+class RelayAudioApi;
 
 class Daemon {
 public:
@@ -62,6 +63,7 @@ private:
     std::unique_ptr<LibraryApi> library_;
     std::unique_ptr<MailApi> mail_;
     std::unique_ptr<DirectoryApi> directory_;
+    std::unique_ptr<RelayAudioApi> relayAudio_;
     bool stopped_ = false;
 };
 

@@ -49,6 +49,7 @@ void DaemonUserInterface::connectionChanged(const Ripper& c) {
                      {"state", static_cast<int>(c.ripperState())},
                      {"status", c.status()},
                      {"title", c.title()},
+                     {"track", c.currentTrack()},
                      {"bytes", c.bytesRead()}});
 }
 

@@ -454,5 +454,121 @@ TEST_F(DaemonApiTest, HundredEventStreamsSeeConnectionsStartAndStop) {
     for (auto& t : clients) t.join();
 }
 
+TEST_F(DaemonApiTest, PageFilesComeWithTheirTypesAndCaching) {
+    auto page = call("GET", "/", "", {}, false);
+    ASSERT_TRUE(page);
+    ASSERT_EQ(page->status, 200);
+    EXPECT_EQ(page->get_header_value("Content-Type"), "text/html; charset=utf-8");
+    EXPECT_EQ(page->get_header_value("Cache-Control"), "no-cache");
+    EXPECT_NE(page->get_header_value("Content-Security-Policy").find("default-src 'self'"),
+              std::string::npos);
+    // Every file the page names is built in, under a hashed name cached for good.
+    std::vector<std::pair<std::string, std::string>> named;  // path, expected type
+    for (const char* extension : {".js", ".css"}) {
+        std::size_t end = page->body.find(extension);
+        ASSERT_NE(end, std::string::npos) << page->body;
+        std::size_t start = page->body.rfind("/assets/", end);
+        ASSERT_NE(start, std::string::npos) << page->body;
+        named.emplace_back(
+            page->body.substr(start, end + std::strlen(extension) - start),
+            extension == std::string(".js") ? "text/javascript; charset=utf-8" : "text/css; charset=utf-8");
+    }
+    for (const auto& [path, type] : named) {
+        auto file = call("GET", path, "", {}, false);
+        ASSERT_TRUE(file) << path;
+        EXPECT_EQ(file->status, 200) << path;
+        EXPECT_EQ(file->get_header_value("Content-Type"), type) << path;
+        EXPECT_EQ(file->get_header_value("Cache-Control"), "public, max-age=31536000, immutable") << path;
+        EXPECT_FALSE(file->body.empty()) << path;
+    }
+    for (const char* missing : {"/assets/none.js", "/assets/..%2Findex.html", "/favicon.ico"})
+        EXPECT_EQ(call("GET", missing, "", {}, false)->status, 404) << missing;
+}
+
+// The page's audio element gets the relay's audio, without the metadata
+// blocks the relay puts between them: the station's counter bytes arrive
+// unbroken across several meta intervals.
+TEST_F(DaemonApiTest, RelayAudioReachesThePageWithoutMetadata) {
+    auto station = startStation();                    // a meta interval of 8192
+    prefs().setParam(std::string("0"), "relayPort");  // any free port: 9000 may be taken here
+    auto started = call("POST", "/api/activity",
+                        R"({"url":"http://127.0.0.1:)" + std::to_string(station->port()) + R"(/"})");
+    ASSERT_EQ(started->status, 201) << started->body;
+    const std::string audio =
+        "/api/activity/" + std::to_string(json(started)["id"].get<std::uint64_t>()) + "/audio";
+    Ripper* c = daemon_->controller().activity().connectionWithName(json(started)["connName"]);
+    ASSERT_TRUE(c);
+    EXPECT_EQ(call("GET", audio)->status, 409);  // not streaming yet
+    // The relay listens once the connection streams.
+    ASSERT_TRUE(runUntil([&] { return c->relayPort() != 0; }));
+
+    constexpr std::size_t kWanted = 3 * 8192;
+    int status = 0;
+    std::string contentType;
+    std::string received;
+    auto reading = std::async(std::launch::async, [&] {
+        httplib::Client client("127.0.0.1", port_);
+        client.set_read_timeout(30, 0);
+        return client.Get(
+            // What an audio element asks for: the whole of a live stream is 200, not 206.
+            audio, {{ApiServer::kTokenHeader, token_}, {"Range", "bytes=0-"}},
+            [&](const httplib::Response& r) {
+                status = r.status;
+                contentType = r.get_header_value("Content-Type");
+                return true;
+            },
+            [&](const char* data, std::size_t n) {
+                received.append(data, n);
+                return received.size() < kWanted;
+            });
+    });
+    ASSERT_TRUE(
+        runUntil([&] { return reading.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }));
+    reading.get();
+    EXPECT_EQ(status, 200);
+    ASSERT_EQ(contentType, "audio/mpeg") << received;
+    ASSERT_GE(received.size(), kWanted);
+    for (std::size_t i = 1; i < received.size(); ++i)
+        ASSERT_EQ(static_cast<std::uint8_t>(received[i]),
+                  (static_cast<std::uint8_t>(received[i - 1]) + 1) % 251)
+            << "at byte " << i;
+
+    const std::vector<Row> refusals = {
+        {"GET", "/api/activity/999/audio", "", 404},
+    };
+    expectAnswers(refusals);
+    EXPECT_EQ(call("GET", audio, "", {}, false)->status, 401);
+    EXPECT_EQ(call("GET", audio, "", {{"Origin", "http://evil.example"}})->status, 403);
+
+    // Each stream holds a worker: past the limit a listener is refused, and
+    // a stream that ends gives its place back.
+    std::atomic<int> open{0};
+    std::atomic<bool> release{false};
+    std::vector<std::future<int>> listeners;
+    for (int i = 0; i < ApiServer::kMaxStreams; ++i)
+        listeners.push_back(std::async(std::launch::async, [&] {
+            httplib::Client client("127.0.0.1", port_);
+            bool counted = false;
+            auto r = client.Get(audio, {{ApiServer::kTokenHeader, token_}}, [&](const char*, std::size_t) {
+                if (!counted) ++open;
+                counted = true;
+                return !release;
+            });
+            return counted ? 200 : (r ? r->status : 0);
+        }));
+    ASSERT_TRUE(runUntil([&] { return open == ApiServer::kMaxStreams; }));
+    EXPECT_EQ(call("GET", audio)->status, 503);
+    release = true;
+    for (auto& l : listeners) {
+        ASSERT_TRUE(
+            runUntil([&] { return l.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }));
+        EXPECT_EQ(l.get(), 200);
+    }
+    ASSERT_TRUE(runUntil([&] {
+        auto again = call("GET", "/api/activity/999/audio");
+        return again && again->status == 404;  // a place again: refused for the id, not the count
+    }));
+}
+
 }  // namespace
 }  // namespace quillon::test
