@@ -28,7 +28,8 @@
 //
 // Thread contract: the connection thread calls addData; the track switch
 // (setNewFileHandle) may run on the connection thread or on the main thread,
-// so one mutex guards the ring, the current file and the pending cuts.
+// so one mutex guards the ring, the current file, the pending cuts and the
+// Ogg header pages kept.
 // bufferSize and filledValue are lock-free (atomics) for the user interface.
 // A finished file is flushed to disk and closed on the writer's closer thread
 // (started at the first cut; `closeMutex_` guards its queue), so that the
