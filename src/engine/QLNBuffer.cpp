@@ -12,6 +12,8 @@
 #include <fmt/format.h>
 
 #include "engine/AdtsSync.h"
+#include "engine/OggPages.h"
+#include "platform/Log.h"
 #include "platform/NamedException.h"
 
 namespace quillon {
@@ -88,6 +90,10 @@ void QLNBuffer::closeLoop() {
 void QLNBuffer::initValues(unsigned bitrate, AudioFormat format) {
     std::lock_guard lock(mutex_);
     alignAdts_ = format == AudioFormat::aac;
+    if (format == AudioFormat::ogg || format == AudioFormat::opus)
+        oggHeaders_.emplace();
+    else
+        oggHeaders_.reset();
     const std::uint64_t rate = bitrate == 0 ? 128 : bitrate;
     const auto capacity = static_cast<std::uint32_t>(rate * bufferSeconds_ * 125);
     const std::int64_t perSecond = bufferSeconds_ == 0 ? 0 : capacity / bufferSeconds_;
@@ -189,7 +195,7 @@ void QLNBuffer::addData(std::span<const std::uint8_t> block) {
         // grow past the delay line until the cut is reached.
         if (held > flushEvents_.front()) {
             if (auto cut = cutAt(flushEvents_.front(), false)) {
-                flushBufferLocked(*cut);
+                cutLocked(*cut);
                 flushEvents_.pop_front();
             }
         }
@@ -236,16 +242,59 @@ void QLNBuffer::flushBufferLocked(std::int64_t count) {
     }
 }
 
-std::optional<std::int64_t> QLNBuffer::cutAt(std::int64_t position, bool complete) const {
-    if (!alignAdts_ || position < 0 || static_cast<std::size_t>(position) >= size_) return position;
-    // Enough to find a frame start in the window and see the header after it.
-    const std::size_t from = static_cast<std::size_t>(position);
-    const std::size_t count = std::min(size_ - from, AdtsSync::kSearchWindow + 8192 + AdtsSync::kHeaderSize);
+Bytes QLNBuffer::heldCopy(std::size_t from, std::size_t count) const {
     Bytes bytes(count);
-    for (std::size_t i = 0; i < count; ++i) bytes[i] = ring_.data()[(head_ + from + i) % ringSize_];
-    auto start = AdtsSync::frameStart(bytes, complete || count < size_ - from);
-    if (!start) return std::nullopt;
-    return position + static_cast<std::int64_t>(*start);
+    const std::size_t start = (head_ + from) % ringSize_;
+    const std::size_t first = std::min(count, ringSize_ - start);
+    std::memcpy(bytes.data(), ring_.data() + start, first);
+    if (first < count) std::memcpy(bytes.data() + first, ring_.data(), count - first);
+    return bytes;
+}
+
+std::optional<QLNBuffer::Cut> QLNBuffer::cutAt(std::int64_t position, bool complete) const {
+    if ((!alignAdts_ && !oggHeaders_) || position < 0 || static_cast<std::size_t>(position) >= size_)
+        return Cut{position, false};
+    const std::size_t from = static_cast<std::size_t>(position);
+    if (alignAdts_) {
+        // Enough to find a frame start in the window and see the header after it.
+        const std::size_t count =
+            std::min(size_ - from, AdtsSync::kSearchWindow + 8192 + AdtsSync::kHeaderSize);
+        const Bytes bytes = heldCopy(from, count);
+        auto start = AdtsSync::frameStart(bytes, complete || count < size_ - from);
+        if (!start) return std::nullopt;
+        return Cut{position + static_cast<std::int64_t>(*start), false};
+    }
+    // Enough to find a page start in the window and check that whole page.
+    const std::size_t count = std::min(size_ - from, OggPages::kSearchWindow + OggPages::kMaxPageSize);
+    const Bytes bytes = heldCopy(from, count);
+    const auto start = OggPages::pageStart(bytes, 0, complete || count < size_ - from);
+    switch (start.result) {
+        case OggPages::Search::needMore:
+            return std::nullopt;
+        case OggPages::Search::absent:
+            // No Ogg here: the cut stays, and headers ahead of a page's middle
+            // would not help a decoder.
+            return Cut{position, false};
+        case OggPages::Search::found:
+            break;
+    }
+    return Cut{position + static_cast<std::int64_t>(start.offset), !start.page.bos};
+}
+
+void QLNBuffer::cutLocked(const Cut& cut) {
+    flushBufferLocked(cut.position);
+    if (!cut.replayHeaders || !oggHeaders_) return;
+    if (oggHeaders_->overflowed() && !oggOverflowLogged_) {
+        oggOverflowLogged_ = true;
+        Log::warn("Ogg header pages longer than {} bytes: track files begin without them",
+                  OggHeaders::kDefaultLimit);
+    }
+    // Deliberate: the header pages are written again at the head of the file
+    // (they are no received audio and feed no header tracking), so that a
+    // file cut from the middle of an Ogg stream plays on its own.
+    const auto pages = oggHeaders_->pages();
+    if (!pages.empty() && !filehandle_.writeAll(pages))
+        throw NamedException(kDiskError, fmt::format("Disk error: {}", std::strerror(errno)));
 }
 
 void QLNBuffer::requireCount(std::int64_t count) const {
@@ -259,9 +308,14 @@ void QLNBuffer::requireCount(std::int64_t count) const {
 void QLNBuffer::writeFront(std::size_t count) {
     // Deliberate: a failed write (a full disk, a read-only folder, a quota,
     // an I/O error) ends the recording loudly rather than dropping audio.
+    auto first = frontFirst(count);
     auto rest = frontSecond(count);
-    if (!filehandle_.writeAll(frontFirst(count)) || (!rest.empty() && !filehandle_.writeAll(rest)))
+    if (!filehandle_.writeAll(first) || (!rest.empty() && !filehandle_.writeAll(rest)))
         throw NamedException(kDiskError, fmt::format("Disk error: {}", std::strerror(errno)));
+    if (oggHeaders_) {
+        oggHeaders_->add(first);
+        oggHeaders_->add(rest);
+    }
     ringDrop(count);
     updateHeld();
 }
@@ -270,7 +324,7 @@ void QLNBuffer::finish() {
     {
         std::lock_guard lock(mutex_);
         while (!flushEvents_.empty() && flushEvents_.front() <= static_cast<std::int64_t>(size_)) {
-            flushBufferLocked(cutAt(flushEvents_.front(), true).value_or(flushEvents_.front()));
+            cutLocked(cutAt(flushEvents_.front(), true).value_or(Cut{flushEvents_.front(), false}));
             flushEvents_.pop_front();
         }
         // Cuts beyond the held audio (a positive offset the stop came before):

@@ -17,9 +17,19 @@
 // MP3 cuts stay at their byte, because MP3 decoders skip a partial frame and
 // the byte-exact cut is what the record offset promises.
 //
+// In an Ogg stream (Vorbis, Opus) a cut moves forward to the next page start
+// (OggPages), and each file after the first begins with the stream's header
+// pages as the bytes written so far showed them (OggHeaders), then its audio
+// from that page on: a decoder needs both. The replayed pages are an addition
+// at the head of the file, like an ID3 tag; every received byte still goes to
+// exactly one file. A cut that lands on a BOS page (a new link of a chained
+// stream) needs no replay: the file begins with that link's own headers.
+// Header pages past OggHeaders::kDefaultLimit are not replayed (logged once).
+//
 // Thread contract: the connection thread calls addData; the track switch
 // (setNewFileHandle) may run on the connection thread or on the main thread,
-// so one mutex guards the ring, the current file and the pending cuts.
+// so one mutex guards the ring, the current file, the pending cuts and the
+// Ogg header pages kept.
 // bufferSize and filledValue are lock-free (atomics) for the user interface.
 // A finished file is flushed to disk and closed on the writer's closer thread
 // (started at the first cut; `closeMutex_` guards its queue), so that the
@@ -39,6 +49,7 @@
 #include <vector>
 
 #include "engine/AudioFormat.h"
+#include "engine/OggHeaders.h"
 #include "platform/ByteBuffer.h"
 #include "platform/FileHandle.h"
 
@@ -106,10 +117,21 @@ private:
     // Caller holds mutex_ and has checked the count.
     void writeFront(std::size_t count);
     void flushBufferLocked(std::int64_t count);
+    // Where a cut is made, and whether the file it begins starts with the
+    // replayed Ogg header pages.
+    struct Cut {
+        std::int64_t position = 0;
+        bool replayHeaders = false;
+    };
     // Where the cut wanted at `position` is made: there, or for ADTS at the
-    // next frame start; none while the held audio cannot tell yet (never when
-    // `complete`). Caller holds mutex_.
-    std::optional<std::int64_t> cutAt(std::int64_t position, bool complete) const;
+    // next frame start, for Ogg at the next page start; none while the held
+    // audio cannot tell yet (never when `complete`). Caller holds mutex_.
+    std::optional<Cut> cutAt(std::int64_t position, bool complete) const;
+    // Makes the cut: the front `count` bytes to the current file, then the
+    // next file, with the header pages ahead of its audio when `replay`.
+    void cutLocked(const Cut& cut);
+    // A copy of `count` held bytes from `from` on. Caller holds mutex_.
+    Bytes heldCopy(std::size_t from, std::size_t count) const;
     void updateHeld() { held_.store(size_, std::memory_order_relaxed); }
 
     // The ring; callers hold mutex_.
@@ -154,6 +176,8 @@ private:
     std::atomic<std::uint32_t> capacity_{0};
     const int bufferOffset_;
     bool alignAdts_ = false;
+    std::optional<OggHeaders> oggHeaders_;  // set for Ogg streams
+    bool oggOverflowLogged_ = false;
     std::int64_t flushSize_ = 0;
     FileHandle filehandle_;
     bool shouldSetNewFileHandle_ = true;

@@ -1,12 +1,13 @@
 // Streams other than MP3, recorded from the built-in station: AAC files are
 // named .aac, carry their tag and decode cleanly from every cut; Ogg files are
-// named .ogg and begin with their first page, with no tag ahead of it.
+// named .ogg, carry no tag and decode cleanly from every cut too.
 #include <taglib/id3v2tag.h>
 #include <taglib/mpegfile.h>
 
 #include <filesystem>
 
 #include "RipperTestSupport.h"
+#include "engine/OggPages.h"
 #include "platform/AtomicFile.h"
 #include "station/AssetTones.h"
 #include "support/Process.h"
@@ -85,18 +86,47 @@ TEST_F(RipperFormatTest, AacTracksAreTaggedAndDecodeFromEveryCut) {
     }
 }
 
-TEST_F(RipperFormatTest, OggTracksHaveNoTagAndBeginWithTheirPage) {
-    const auto files = record(tones(StationPayload::ogg, AssetTones::oggKbps), 3);
-    ASSERT_GE(files.size(), 2u);
-    for (const auto& file : files) EXPECT_EQ(std::filesystem::path(file).extension(), ".ogg") << file;
-    EXPECT_EQ(files.front(), "000 Alpha - One.ogg");
-    auto bytes = readWholeFile(joinPath(folder_, files.front()));
-    ASSERT_TRUE(bytes);
-    ASSERT_GE(bytes->size(), 4u);
-    EXPECT_EQ(std::string(bytes->begin(), bytes->begin() + 4), "OggS");
-    for (const auto& file : files) {
-        auto head = readWholeFile(joinPath(folder_, file)).value_or(Bytes{});
-        EXPECT_FALSE(head.size() >= 3 && std::string(head.begin(), head.begin() + 3) == "ID3") << file;
+// The station's Ogg payload is one file over and over: a chained stream whose
+// every link begins with a BOS page, followed by a second header page (Vorbis
+// comment and setup) and audio pages.
+TEST_F(RipperFormatTest, OggTracksDecodeFromEveryCutAndHoldTheStreamOnce) {
+    if (!haveFfprobe()) GTEST_SKIP() << "ffprobe is not installed";
+    const Bytes& link = (*AssetTones::ogg())[0][0];
+    const std::size_t headerEnd = 3513;  // the link's two header pages
+    ASSERT_EQ(OggPages::read(std::span(link).subspan(headerEnd)).head, OggPages::Head::page);
+    for (int recOffset : {0, 2, -1}) {
+        SCOPED_TRACE(recOffset);
+        std::filesystem::remove_all(folder_);
+        const auto files = record(tones(StationPayload::ogg, AssetTones::oggKbps), 5, recOffset);
+        ASSERT_GE(files.size(), 4u);
+        EXPECT_EQ(files.front(), "000 Alpha - One.ogg");
+        std::size_t received = 0;  // stream bytes in the files so far
+        for (std::size_t k = 0; k < files.size(); ++k) {
+            SCOPED_TRACE(files[k]);
+            EXPECT_EQ(std::filesystem::path(files[k]).extension(), ".ogg");
+            const std::string path = joinPath(folder_, files[k]);
+            const auto probe = runProcess({"ffprobe", "-v", "error", "-count_frames", "-show_entries",
+                                           "stream=codec_name:format=duration", "-of", "default=nw=1", path});
+            EXPECT_EQ(probe.status, 0);
+            EXPECT_EQ(probe.out.rfind("codec_name=vorbis\nduration=", 0), 0u) << probe.out;
+            EXPECT_EQ(probe.out.find("N/A"), std::string::npos) << probe.out;
+            // The last file ends where the recording stopped, inside a page.
+            if (k + 1 < files.size()) {
+                EXPECT_EQ(probe.err, "");
+            }
+            // A file begins with the header pages the link showed before its
+            // cut, unless it begins with the link's BOS page; the rest is the
+            // stream from where the previous file ended.
+            const auto bytes = readWholeFile(path).value_or(Bytes{});
+            const std::size_t at = received % link.size();
+            const std::size_t replay = at == 0 ? 0 : std::min(at, headerEnd);
+            ASSERT_GE(bytes.size(), replay);
+            ASSERT_TRUE(
+                std::equal(link.begin(), link.begin() + static_cast<std::ptrdiff_t>(replay), bytes.begin()));
+            for (std::size_t i = replay; i < bytes.size(); ++i, ++received)
+                ASSERT_EQ(bytes[i], link[received % link.size()]) << "stream byte " << received;
+        }
+        EXPECT_GT(received, 4 * 60000u);
     }
 }
 
