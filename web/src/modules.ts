@@ -3,6 +3,7 @@
 import type { ComponentType } from 'preact';
 import type { EventBus } from './events';
 import { ActivityModule } from './ActivityModule';
+import { BookmarksModule } from './BookmarksModule';
 
 export interface ModuleProps {
   /** Whether the module is the one shown; hidden ones stay mounted (a player keeps playing). */
@@ -22,4 +23,5 @@ export interface PageModule {
 
 export const modules: PageModule[] = [
   { id: 'activity', title: 'Activity', view: ActivityModule },
+  { id: 'bookmarks', title: 'Bookmarks', view: BookmarksModule },
 ];
