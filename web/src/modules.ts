@@ -4,6 +4,7 @@ import type { ComponentType } from 'preact';
 import type { EventBus } from './events';
 import { ActivityModule } from './ActivityModule';
 import { BookmarksModule } from './BookmarksModule';
+import { HistoryModule } from './HistoryModule';
 
 export interface ModuleProps {
   /** Whether the module is the one shown; hidden ones stay mounted (a player keeps playing). */
@@ -24,4 +25,5 @@ export interface PageModule {
 export const modules: PageModule[] = [
   { id: 'activity', title: 'Activity', view: ActivityModule },
   { id: 'bookmarks', title: 'Bookmarks', view: BookmarksModule },
+  { id: 'history', title: 'History', view: HistoryModule },
 ];
