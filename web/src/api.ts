@@ -96,8 +96,10 @@ export async function call<T>(method: string, path: string, body?: unknown): Pro
   try {
     answer = await fetch(path, {
       method,
-      headers: body === undefined ? {} : { 'Content-Type': 'application/json' },
-      body: body === undefined ? (method === 'GET' ? undefined : '{}') : JSON.stringify(body),
+      // A changing call always sends JSON: the daemon refuses any other body (415),
+      // and a bare string would go as text/plain.
+      headers: method === 'GET' ? {} : { 'Content-Type': 'application/json' },
+      body: method === 'GET' ? undefined : JSON.stringify(body ?? {}),
       credentials: 'same-origin',
     });
   } catch {
