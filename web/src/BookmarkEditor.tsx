@@ -1,6 +1,6 @@
 import { useEffect, useState } from 'preact/hooks';
 import { api, ApiFailure, BookmarkDetails } from './api';
-import { BookmarkForm, changesBetween, checkForm, formOf, REC_OFFSET_LIMIT, TITLE_ENCODINGS } from './bookmarks';
+import { addressOf, BookmarkForm, changesBetween, checkForm, formOf, REC_OFFSET_LIMIT, TITLE_ENCODINGS } from './bookmarks';
 
 type Answer = { kind: 'none' } | { kind: 'saved' } | { kind: 'failed'; text: string; nameTaken: boolean };
 
@@ -27,11 +27,10 @@ export function BookmarkEditor({
   const [answer, setAnswer] = useState<Answer>({ kind: 'none' });
   const original = formOf(bookmark);
 
-  // Another bookmark, or this one changed elsewhere: the form shows the saved fields.
-  useEffect(() => {
-    setForm(formOf(bookmark));
-    setAnswer({ kind: 'none' });
-  }, [bookmark.entry, bookmark.file, JSON.stringify(original)]);
+  // Another bookmark, or this one changed (here or elsewhere): the form shows
+  // the saved fields; the last answer stays for the bookmark it was about.
+  useEffect(() => setForm(formOf(bookmark)), [bookmark.entry, JSON.stringify(original)]);
+  useEffect(() => setAnswer({ kind: 'none' }), [bookmark.entry]);
 
   const errors = checkForm(form);
   const changes = changesBetween(original, form);
@@ -89,7 +88,7 @@ export function BookmarkEditor({
     >
       <h3>{bookmark.name}</h3>
       <p class="readonly">
-        {`${bookmark.scheme}://${bookmark.user ? `${bookmark.user}${bookmark.hasPassword ? ':…' : ''}@` : ''}${bookmark.host}${bookmark.port ? `:${bookmark.port}` : ''}${bookmark.path}`}
+        {addressOf(bookmark)}
         <br />
         Saved as {bookmark.file}
       </p>

@@ -1,6 +1,6 @@
 import { useCallback, useEffect, useRef, useState } from 'preact/hooks';
 import { api, ApiFailure, Day, recordingUrl, Track } from './api';
-import { deleteQuestion, newestFirst, parsePaths, trackTarget } from './history';
+import { count, deleteQuestion, newestFirst, parsePaths, trackTarget } from './history';
 import type { ModuleProps } from './modules';
 
 const SEARCH_PAUSE_MS = 300;
@@ -120,7 +120,7 @@ export function HistoryModule({ events, failed, notify }: ModuleProps) {
       .deleteHistory(targets, true)
       .then((r) => {
         setStatus(
-          `Deleted ${r.removedItems === 1 ? '1 track' : `${r.removedItems} tracks`}${r.removedDays.length ? ` and ${r.removedDays.length === 1 ? '1 day' : `${r.removedDays.length} days`}` : ''}.`,
+          `Deleted ${count(r.removedItems, 'track')}${r.removedDays.length ? ` and ${count(r.removedDays.length, 'day')}` : ''}.`,
         );
         if (dayKey && r.removedDays.includes(dayKey)) setDayKey(null);
       })
@@ -136,7 +136,7 @@ export function HistoryModule({ events, failed, notify }: ModuleProps) {
     api
       .addHistoryFiles(paths)
       .then((r) => {
-        setAddAnswer({ ok: true, text: `Added ${r.tracks.length === 1 ? '1 track' : `${r.tracks.length} tracks`}.` });
+        setAddAnswer({ ok: true, text: `Added ${count(r.tracks.length, 'track')}.` });
         setPathsText('');
       })
       .catch((err) => setAddAnswer({ ok: false, text: err instanceof ApiFailure ? err.message : String(err) }));
@@ -161,7 +161,11 @@ export function HistoryModule({ events, failed, notify }: ModuleProps) {
           aria-describedby="history-search-help"
         />
         <p id="history-search-help" class="help" role="status">
-          {searching ? 'Searching…' : found ? `${found.reduce((n, d) => n + (d.tracks?.length ?? 0), 0)} tracks found.` : 'Finds tracks by name or station, any case.'}
+          {searching
+            ? 'Searching…'
+            : found
+              ? `${count(found.reduce((n, d) => n + (d.tracks?.length ?? 0), 0), 'track')} found.`
+              : 'Finds tracks by name or station, any case.'}
         </p>
       </div>
       <p role="status" class="help">

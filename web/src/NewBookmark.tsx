@@ -1,6 +1,6 @@
 import { useState } from 'preact/hooks';
 import { api, ApiFailure, BookmarkDetails } from './api';
-import { requestForFile } from './bookmarks';
+import { addressOf, requestForFile } from './bookmarks';
 
 type State =
   | { kind: 'idle' }
@@ -132,7 +132,7 @@ export function NewBookmark({ onAdded }: { onAdded(b: BookmarkDetails): void }) 
           {state.kind === 'busy'
             ? `Fetching ${state.what} to find the stream…`
             : state.kind === 'added'
-              ? `Added "${state.bookmark.name}" (${state.bookmark.scheme}://${state.bookmark.host}${state.bookmark.port ? `:${state.bookmark.port}` : ''}${state.bookmark.path}).`
+              ? `Added "${state.bookmark.name}" (${addressOf(state.bookmark)}).`
               : state.kind === 'failed'
                 ? state.text
                 : ''}

@@ -1,5 +1,5 @@
 import { describe, expect, test } from 'vitest';
-import { buildTree, changesBetween, checkForm, formOf, requestForFile } from './bookmarks';
+import { addressOf, buildTree, changesBetween, checkForm, formOf, requestForFile } from './bookmarks';
 import type { BookmarkDetails } from './api';
 
 const bookmark = (entry: string, extra: Partial<BookmarkDetails> = {}): BookmarkDetails => ({
@@ -73,3 +73,11 @@ describe('a dropped file', () => {
   });
 });
 
+
+describe('the address shown', () => {
+  test.each([
+    [{}, 'http://h:8000/'],
+    [{ user: 'me', hasPassword: true, port: '', path: '/live', scheme: 'https' }, 'https://me:…@h/live'],
+    [{ user: 'me' }, 'http://me@h:8000/'],
+  ])('%j', (extra, text) => expect(addressOf(bookmark('x', extra))).toBe(text));
+});

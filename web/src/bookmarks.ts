@@ -106,8 +106,16 @@ function plistString(text: string, key: string): string | undefined {
   return m?.[1].replace(/&(amp|lt|gt|quot|apos);/g, (_, e: string) => ENTITIES[e]);
 }
 
+/** A bookmark's address as the user reads it (no password). */
+export function addressOf(b: Pick<BookmarkDetails, 'scheme' | 'user' | 'hasPassword' | 'host' | 'port' | 'path'>): string {
+  const user = b.user ? `${b.user}${b.hasPassword ? ':…' : ''}@` : '';
+  return `${b.scheme}://${user}${b.host}${b.port ? `:${b.port}` : ''}${b.path}`;
+}
+
 /** The request a dropped or pasted file makes: POST /api/bookmarks. */
-export function requestForFile(fileName: string, text: string): { location: string; name?: string; genre?: string; separator?: string } | { playlist: string } {
+type FromLocation = { location: string; name?: string; genre?: string; separator?: string };
+
+export function requestForFile(fileName: string, text: string): FromLocation | { playlist: string } {
   if (!/\.qlnbk$/i.test(fileName)) return { playlist: text };
   // A bookmark file is a property list: its address is in its parts (the
   // daemon's playlist reader would take the DTD's address for the stream).
@@ -117,7 +125,7 @@ export function requestForFile(fileName: string, text: string): { location: stri
   const port = plistString(text, 'port');
   const path = plistString(text, 'path') || '/';
   const location = `${scheme}://${host}${port ? `:${port}` : ''}${path.startsWith('/') ? '' : '/'}${path}`;
-  const out: { location: string; name?: string; genre?: string; separator?: string } = { location };
+  const out: FromLocation = { location };
   for (const key of ['name', 'genre', 'separator'] as const) {
     const value = plistString(text, key);
     if (value) out[key] = value;

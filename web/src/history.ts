@@ -7,6 +7,11 @@ export function newestFirst(days: Day[]): Day[] {
   return [...days].sort((a, b) => b.day.localeCompare(a.day));
 }
 
+/** "1 track", "2 tracks". */
+export function count(n: number, word: string): string {
+  return n === 1 ? `1 ${word}` : `${n} ${word}s`;
+}
+
 /** A track as a deletion target: "YYYY_MM_DD:N", N as its day lists it. */
 export function trackTarget(day: string, number: number): string {
   return `${day}:${number}`;
@@ -18,7 +23,7 @@ export function deleteQuestion(targets: string[], titles: Map<string, string>): 
   const tracks = targets.length - days.length;
   const parts: string[] = [];
   if (days.length) parts.push(days.map((d) => `the whole of ${titles.get(d) ?? d}`).join(', '));
-  if (tracks) parts.push(tracks === 1 ? '1 track' : `${tracks} tracks`);
+  if (tracks) parts.push(count(tracks, 'track'));
   return `Delete ${parts.join(' and ')} from the history? The recorded files stay; the entries cannot be brought back.`;
 }
 
