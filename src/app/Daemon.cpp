@@ -9,6 +9,7 @@
 #include "app/DirectoryApi.h"
 #include "app/EventHub.h"
 #include "app/HistoryApi.h"
+#include "app/HistoryFileApi.h"
 #include "app/LibraryApi.h"
 #include "app/LoginLinks.h"
 #include "app/MailApi.h"
@@ -68,6 +69,7 @@ bool Daemon::start(std::string& failure) {
     relayAudio_ = std::make_unique<RelayAudioApi>(*server_, *controller_);
     history_ = History::history();
     addHistoryRoutes(*server_, *history_, *events_);
+    historyFile_ = std::make_unique<HistoryFileApi>(*server_, *history_);
     // Tracks the recordings add; the event hub outlives the handler (stop()).
     history_->setRefreshHandler([events = events_.get()] { events->publish({{"type", "history"}}); });
     addSettingsRoutes(*server_, *controller_, *events_);

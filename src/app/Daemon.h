@@ -21,6 +21,7 @@ class DirectoryApi;
 class DaemonUserInterface;
 class EventHub;
 class History;
+class HistoryFileApi;
 class LibraryApi;
 class LoginLinks;
 class RelayAudioApi;
@@ -64,6 +65,7 @@ private:
     std::unique_ptr<MailApi> mail_;
     std::unique_ptr<DirectoryApi> directory_;
     std::unique_ptr<RelayAudioApi> relayAudio_;
+    std::unique_ptr<HistoryFileApi> historyFile_;
     bool stopped_ = false;
 };
 

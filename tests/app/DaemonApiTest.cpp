@@ -14,6 +14,7 @@
 #include "app/ApiToken.h"
 #include "app/Daemon.h"
 #include "app/EventHub.h"
+#include "app/HistoryFileApi.h"
 #include "history/HistoryTestSupport.h"
 #include "schedule/ScheduleTestSupport.h"
 #include "schedule/Schedules.h"
@@ -271,6 +272,44 @@ TEST_F(DaemonApiTest, HistoryIsListedSearchedDeletedAndAddedTo) {
     ASSERT_EQ(added->status, 201) << added->body;
     EXPECT_EQ(json(added)["tracks"][0]["trackname"], "Alpha - One");
     EXPECT_NE(history->existsInDatabase("Alpha - One"), nullptr);
+}
+
+// The page plays a recorded track from the daemon: only a file the history
+// lists, by its exact path, never another file a caller names.
+TEST_F(DaemonApiTest, RecordedFilesAreServedOnlyWhenTheHistoryListsThem) {
+    const std::string music = folder_ + "/music";
+    makeFolders(music);
+    const std::string track = music + "/Alpha - One.mp3";
+    const std::string audio(3 * HistoryFileApi::kReadBytes / 2, '\xff');  // more than one read
+    writeText(track, audio);
+    writeText(music + "/secret.mp3", "not in the history");
+    History::history()->addObjectToHistory(
+        makeItem("Alpha - One", "Jazz FM", localDate(2008, 7, 5, 9), true, false, track));
+    auto file = [](const std::string& path) {
+        return "/api/history/file?path=" + httplib::detail::encode_query_param(path);
+    };
+
+    auto served = call("GET", file(track));
+    ASSERT_TRUE(served);
+    ASSERT_EQ(served->status, 200) << served->body;
+    EXPECT_EQ(served->get_header_value("Content-Type"), "audio/mpeg");
+    EXPECT_EQ(served->body, audio);
+
+    expectAnswers({
+        {"GET", "/api/history/file", "", 400},
+        {"GET", file(music + "/secret.mp3"), "", 404},
+        {"GET", file(music + "/../music/Alpha - One.mp3"), "", 404},
+        {"GET", file("/etc/passwd"), "", 404},
+    });
+    EXPECT_EQ(call("GET", file(track), "", {}, false)->status, 401);
+
+    // A track whose file is gone is refused in words, not as an empty stream.
+    std::filesystem::remove(track);
+    expectAnswers({{"GET", file(track), "", 404}});
+
+    for (auto [path, type] : std::vector<std::pair<const char*, const char*>>{
+             {"a.mp3", "audio/mpeg"}, {"a.AAC", "audio/aac"}, {"a.ogg", "audio/ogg"}, {"a", "audio/mpeg"}})
+        EXPECT_EQ(HistoryFileApi::audioTypeFor(path), type) << path;
 }
 
 TEST_F(DaemonApiTest, BookmarksAreMadeFromLocationsAndPlaylistsChangedAndDeleted) {

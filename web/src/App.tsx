@@ -1,25 +1,20 @@
-import { useCallback, useEffect, useRef, useState } from 'preact/hooks';
-import { api, ApiFailure, Bookmark, Row } from './api';
-import { DaemonEvent, EventStream } from './events';
-import { AddStation } from './AddStation';
-import { ConnectionList } from './ConnectionList';
-import { Player } from './Player';
+import { useCallback, useEffect, useMemo, useRef, useState } from 'preact/hooks';
+import { ApiFailure } from './api';
+import { EventBus, EventStream } from './events';
 import { Notices, Notice } from './Notices';
+import { modules } from './modules';
+import { hashFor, moduleFromHash } from './route';
 
 type Feed = { kind: 'connecting' } | { kind: 'live' } | { kind: 'lost'; retryMs: number };
 
-/** A "connection" event carries only the fields that change while streaming. */
-function mergeConnection(rows: Row[], e: DaemonEvent): Row[] {
-  return rows.map((r) => (r.id === e.id ? { ...r, ...(e as Partial<Row>), id: r.id } : r));
-}
+const ids = modules.map((m) => m.id);
 
 export function App() {
-  const [rows, setRows] = useState<Row[] | null>(null);
-  const [bookmarks, setBookmarks] = useState<Bookmark[]>([]);
   const [feed, setFeed] = useState<Feed>({ kind: 'connecting' });
   const [notices, setNotices] = useState<Notice[]>([]);
-  const [playing, setPlaying] = useState<number | null>(null);
+  const [current, setCurrent] = useState(() => moduleFromHash(location.hash, ids));
   const nextNotice = useRef(1);
+  const events = useMemo(() => new EventBus(), []);
 
   const notify = useCallback((text: string) => {
     const id = nextNotice.current++;
@@ -32,73 +27,33 @@ export function App() {
     [notify],
   );
 
-  const reload = useCallback(() => {
-    api
-      .activity()
-      .then((a) => setRows(a.rows))
-      .catch(failed);
-    api
-      .bookmarks()
-      .then((b) => setBookmarks(b.bookmarks))
-      // Without a bookmarks folder a URL still works: say why the list is empty.
-      .catch((e) => {
-        setBookmarks([]);
-        if (e instanceof ApiFailure && e.status === 401) failed(e);
-      });
-  }, [failed]);
+  useEffect(() => {
+    const onHash = () => setCurrent(moduleFromHash(location.hash, ids));
+    window.addEventListener('hashchange', onHash);
+    return () => window.removeEventListener('hashchange', onHash);
+  }, []);
+
+  useEffect(() => {
+    document.title = `${modules.find((m) => m.id === current)?.title ?? ''} · Quillon`;
+  }, [current]);
 
   useEffect(() => {
     const stream = new EventStream('/api/events', (url) => new EventSource(url), {
       connected: () => {
         setFeed({ kind: 'live' });
-        reload();
+        // Every module reads its lists again: it may have missed changes.
+        events.emit({ type: 'resync' });
       },
       disconnected: (retryMs) => setFeed({ kind: 'lost', retryMs }),
       malformed: (data) => notify(`The recorder sent an event this page cannot read: ${data.slice(0, 80)}`),
       event: (e) => {
-        switch (e.type) {
-          case 'activity':
-            setRows((e.rows as Row[]) ?? []);
-            break;
-          case 'connection':
-            setRows((list) => (list ? mergeConnection(list, e) : list));
-            break;
-          case 'resync':
-            reload();
-            break;
-          case 'bookmarks':
-            api
-              .bookmarks()
-              .then((b) => setBookmarks(b.bookmarks))
-              .catch(() => setBookmarks([]));
-            break;
-          case 'alert':
-            if (typeof e.text === 'string' && e.text) notify(e.text);
-            break;
-        }
+        if (e.type === 'alert' && typeof e.text === 'string' && e.text) notify(e.text);
+        events.emit(e);
       },
     });
     stream.start();
     return () => stream.stop();
-  }, [reload, notify]);
-
-  // "/" goes to the station field from anywhere but another field.
-  useEffect(() => {
-    const onKey = (e: KeyboardEvent) => {
-      const target = e.target as HTMLElement | null;
-      if (e.key !== '/' || e.ctrlKey || e.metaKey || e.altKey) return;
-      if (target && (target.isContentEditable || ['INPUT', 'TEXTAREA', 'SELECT'].includes(target.tagName))) return;
-      e.preventDefault();
-      document.getElementById('station')?.focus();
-    };
-    document.addEventListener('keydown', onKey);
-    return () => document.removeEventListener('keydown', onKey);
-  }, []);
-
-  // Act on a connection; the event stream brings the new state.
-  const act = useCallback((work: Promise<unknown>) => work.then(() => undefined).catch(failed), [failed]);
-
-  const playingRow = rows?.find((r) => r.id === playing) ?? null;
+  }, [events, notify]);
 
   return (
     <div class="page">
@@ -112,33 +67,23 @@ export function App() {
               : `The recorder is not answering; trying again in ${Math.ceil(feed.retryMs / 1000)} s…`}
         </p>
       </header>
-      <main>
-        <AddStation bookmarks={bookmarks} onAdd={(work) => act(work)} />
-        <Notices
-          notices={notices}
-          onDismiss={(id) => setNotices((list) => list.filter((n) => n.id !== id))}
-        />
-        <ConnectionList
-          rows={rows}
-          playing={playing}
-          onStop={(id) => act(api.stop(id))}
-          onStart={(id) => act(api.start(id))}
-          onStopAfterTrack={(id, on) => act(api.stopAfterTrack(id, on))}
-          onRemove={(id) => {
-            if (id === playing) setPlaying(null);
-            act(api.remove(id));
-          }}
-          onClear={() => act(api.clear())}
-          onListen={(id) => setPlaying(id === playing ? null : id)}
-        />
-      </main>
-      {playingRow && (
-        <Player
-          row={playingRow}
-          onClose={() => setPlaying(null)}
-          onProblem={(text) => notify(text)}
-        />
-      )}
+      <nav class="modules" aria-label="Modules">
+        <ul>
+          {modules.map((m) => (
+            <li key={m.id}>
+              <a href={hashFor(m.id)} aria-current={m.id === current ? 'page' : undefined}>
+                {m.title}
+              </a>
+            </li>
+          ))}
+        </ul>
+      </nav>
+      <Notices notices={notices} onDismiss={(id) => setNotices((list) => list.filter((n) => n.id !== id))} />
+      {modules.map((m) => (
+        <main key={m.id} id={`module-${m.id}`} hidden={m.id !== current} aria-label={m.title}>
+          <m.view active={m.id === current} events={events} notify={notify} failed={failed} />
+        </main>
+      ))}
     </div>
   );
 }

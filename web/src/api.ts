@@ -30,6 +30,47 @@ export interface Bookmark {
   name: string;
 }
 
+/** A bookmark as the daemon lists it, with the fields the editor changes. */
+export interface BookmarkDetails extends Bookmark {
+  group: string;
+  scheme: string;
+  host: string;
+  port: string;
+  path: string;
+  user: string;
+  hasPassword: boolean;
+  genre: string;
+  separator: string;
+  clean: boolean;
+  noSplit: boolean;
+  sortArtists: boolean;
+  trackNum: boolean;
+  recOffset: number;
+  titleEncoding: string;
+  allowUntrusted: boolean;
+  file: string;
+}
+
+export interface Day {
+  day: string;
+  title: string;
+  items: number;
+  complete: boolean;
+  tracks?: Track[];
+}
+
+export interface Track {
+  number: number;
+  trackname: string;
+  radioname: string;
+  tracknum: number;
+  date: string;
+  time: string;
+  complete: boolean;
+  skipped: boolean;
+  path: string;
+}
+
 export class ApiFailure extends Error {
   constructor(
     message: string,
@@ -55,8 +96,10 @@ export async function call<T>(method: string, path: string, body?: unknown): Pro
   try {
     answer = await fetch(path, {
       method,
-      headers: body === undefined ? {} : { 'Content-Type': 'application/json' },
-      body: body === undefined ? (method === 'GET' ? undefined : '{}') : JSON.stringify(body),
+      // A changing call always sends JSON: the daemon refuses any other body (415),
+      // and a bare string would go as text/plain.
+      headers: method === 'GET' ? {} : { 'Content-Type': 'application/json' },
+      body: method === 'GET' ? undefined : JSON.stringify(body ?? {}),
       credentials: 'same-origin',
     });
   } catch {
@@ -74,7 +117,19 @@ export async function call<T>(method: string, path: string, body?: unknown): Pro
 
 export const api = {
   activity: () => call<Activity>('GET', '/api/activity'),
-  bookmarks: () => call<{ bookmarks: Bookmark[] }>('GET', '/api/bookmarks'),
+  bookmarks: () => call<{ bookmarks: BookmarkDetails[] }>('GET', '/api/bookmarks'),
+  newBookmark: (body: object) => call<BookmarkDetails>('POST', '/api/bookmarks', body),
+  editBookmark: (entry: string, body: object) =>
+    call<BookmarkDetails>('PUT', `/api/bookmarks/${entryPath(entry)}`, body),
+  deleteBookmark: (entry: string) => call<{ file: string }>('DELETE', `/api/bookmarks/${entryPath(entry)}`),
+  record: (bookmark: string, how: { relayOnly?: boolean; listen?: boolean }) =>
+    call<Row>('POST', '/api/activity', { bookmark, ...how }),
+  days: () => call<{ days: Day[] }>('GET', '/api/history/days'),
+  day: (day: string) => call<Day>('GET', `/api/history/days/${encodeURIComponent(day)}`),
+  search: (words: string) => call<{ days: Day[] }>('GET', `/api/history/search?q=${encodeURIComponent(words)}`),
+  deleteHistory: (targets: string[], confirm: boolean) =>
+    call<{ removedDays: string[]; removedItems: number }>('POST', '/api/history/delete', { targets, confirm }),
+  addHistoryFiles: (paths: string[]) => call<{ tracks: Track[] }>('POST', '/api/history/files', { paths }),
   addUrl: (url: string) => call<Row>('POST', '/api/activity', { url }),
   addBookmark: (bookmark: string) => call<Row>('POST', '/api/activity', { bookmark }),
   stop: (id: number) => call<Row>('POST', `/api/activity/${id}/stop`),
@@ -83,6 +138,16 @@ export const api = {
   remove: (id: number) => call<object>('DELETE', `/api/activity/${id}`),
   clear: () => call<{ removed: number }>('POST', '/api/activity/clear'),
 };
+
+/** A bookmark's entry in an address: each folder level escaped on its own. */
+export function entryPath(entry: string): string {
+  return entry.split('/').map(encodeURIComponent).join('/');
+}
+
+/** Where the page plays a recorded track: only files the history lists. */
+export function recordingUrl(path: string): string {
+  return `/api/history/file?path=${encodeURIComponent(path)}`;
+}
 
 /** Where the page plays a connection's relay: plain audio, no titles in it. */
 export function audioUrl(id: number): string {

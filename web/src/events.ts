@@ -101,3 +101,21 @@ export class EventStream {
     };
   }
 }
+
+/**
+ * Hands the daemon's events to every module of the page. A module that
+ * keeps lists reads them again on "resync", which the page also sends when
+ * the feed (re)opens.
+ */
+export class EventBus {
+  private readonly listeners = new Set<(e: DaemonEvent) => void>();
+
+  on(listener: (e: DaemonEvent) => void): () => void {
+    this.listeners.add(listener);
+    return () => this.listeners.delete(listener);
+  }
+
+  emit(e: DaemonEvent): void {
+    for (const listener of [...this.listeners]) listener(e);
+  }
+}

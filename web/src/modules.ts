@@ -1,0 +1,29 @@
+// The page's modules, in the order of the navigation. A new module is one
+// line here: its address (#/id), its name and its component.
+import type { ComponentType } from 'preact';
+import type { EventBus } from './events';
+import { ActivityModule } from './ActivityModule';
+import { BookmarksModule } from './BookmarksModule';
+import { HistoryModule } from './HistoryModule';
+
+export interface ModuleProps {
+  /** Whether the module is the one shown; hidden ones stay mounted (a player keeps playing). */
+  active: boolean;
+  events: EventBus;
+  /** Shows a sentence until the user dismisses it. */
+  notify(text: string): void;
+  /** Shows a failed call in words. */
+  failed(e: unknown): void;
+}
+
+export interface PageModule {
+  id: string;
+  title: string;
+  view: ComponentType<ModuleProps>;
+}
+
+export const modules: PageModule[] = [
+  { id: 'activity', title: 'Activity', view: ActivityModule },
+  { id: 'bookmarks', title: 'Bookmarks', view: BookmarksModule },
+  { id: 'history', title: 'History', view: HistoryModule },
+];
