@@ -6,6 +6,7 @@
 #include "app/EventHub.h"
 #include "platform/MainLoop.h"
 #include "store/Bookmark.h"
+#include "tuner/RadioBrowserClicks.h"
 #include "tuner/Tuner.h"
 #include "tuner/TunerFilter.h"
 
@@ -64,8 +65,15 @@ DirectoryApi::DirectoryApi(ApiServer& server, EventHub& events) : events_(events
         }
         return ApiReply{202, {{"accepted", true}}};
     });
-    server.route("POST", "/api/directory/update", [this](const ApiRequest&) {
+    server.route("POST", "/api/directory/update", [this](const ApiRequest& req) {
         if (tuner_->updating() || tuner_->checking()) throw ApiError(409, "a directory update is running");
+        std::optional<Tuner::Source> source;
+        if (auto name = req.optionalString("source")) {
+            source = Tuner::sourceNamed(*name);
+            if (!source) throw ApiError(400, "source is \"server\" or \"radio-browser\"");
+        }
+        tuner_->setSource(source);  // none: the last update's
+        tuner_->setAllCodecs(req.optionalBool("allCodecs").value_or(false));
         tuner_->beginUpdate(true);
         return ApiReply{202, {{"accepted", true}}};
     });
@@ -83,14 +91,14 @@ DirectoryApi::DirectoryApi(ApiServer& server, EventHub& events) : events_(events
             }
             if (!item) throw ApiError(404, failure);
             const std::string server = tuner_->server();
-            if (server.empty())
+            if (server.empty() && !item->hasDirectStream())
                 throw ApiError(409, "no directory server is set (the preference tunerServer)");
             // The playlist is fetched off the main loop; the bookmark is saved on it.
             const std::uint64_t id = nextFetch_++;
             fetches_[id] = std::jthread([this, id, item, server, name, replace, respond, alive = alive_] {
                 std::string why;
                 std::shared_ptr<Bookmark> bookmark = item->bookmark(server, why);
-                MainLoop::main().post([this, id, bookmark, why, name, replace, respond, alive] {
+                MainLoop::main().post([this, id, item, bookmark, why, name, replace, respond, alive] {
                     if (!*alive) return;
                     ApiReply reply{502, errorBody(why)};
                     if (bookmark) {
@@ -98,7 +106,10 @@ DirectoryApi::DirectoryApi(ApiServer& server, EventHub& events) : events_(events
                         try {
                             reply =
                                 replyFor(DirectoryOperations::saveBookmark(*bookmark, name, replace), 201);
-                            if (reply.status == 201) events_.publish({{"type", "bookmarks"}});
+                            if (reply.status == 201) {
+                                events_.publish({{"type", "bookmarks"}});
+                                countClick(*item);
+                            }
                         } catch (const ApiError& e) {
                             reply = {e.status(), errorBody(e.what())};
                         } catch (const BadInput& e) {
@@ -113,8 +124,15 @@ DirectoryApi::DirectoryApi(ApiServer& server, EventHub& events) : events_(events
         });
 }
 
+void DirectoryApi::countClick(const TunerItem& item) {
+    if (!item.hasDirectStream() || !item.resourceNum()) return;
+    if (!clicks_) clicks_ = std::make_unique<RadioBrowserClicks>(tuner_->radioBrowserServer());
+    clicks_->count(*item.resourceNum());
+}
+
 DirectoryApi::~DirectoryApi() {
     *alive_ = false;
+    clicks_.reset();  // drops clicks not yet sent
     filter_.reset();
     fetches_.clear();  // joins the playlist fetches (bounded by their time-out)
     tuner_->setEvents({});

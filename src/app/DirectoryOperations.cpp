@@ -16,7 +16,10 @@ nlohmann::json DirectoryOperations::entry(const TunerItem& item) {
             {"class", item.lowBitrate<std::string>("low", "medium", "high")},
             {"hasMeta", item.hasMeta()},
             {"type", item.itemType()},
-            {"id", item.resourceNum().value_or("")}};
+            {"id", item.resourceNum().value_or("")},
+            {"source", item.source().value_or("server")},
+            {"codec", item.codec().value_or("")},
+            {"homepage", item.homepage().value_or("")}};
 }
 
 nlohmann::json DirectoryOperations::tree(const Tuner& tuner) {
@@ -30,6 +33,10 @@ nlohmann::json DirectoryOperations::tree(const Tuner& tuner) {
         genres.push_back({{"name", genre->name().value_or("")}, {"streams", std::move(list)}});
     }
     return {{"version", Preferences::preferences()->getParam(Tuner::kVersionKey)},
+            // The file's source: the last finished update's, not the one asked for next.
+            {"source",
+             Tuner::sourceName(Tuner::sourceNamed(Preferences::preferences()->getParam(Tuner::kSourceKey))
+                                   .value_or(Tuner::Source::server))},
             {"filtered", tuner.filtered()},
             {"count", streams},
             {"genres", std::move(genres)}};

@@ -3,9 +3,11 @@
 // the tree as JSON, an entry found by what a user types, a filter from the
 // given words and bit rates, and an entry saved as a bookmark.
 //
-// JSON (stable): the tree {version, filtered, count, genres: [{name, streams:
-// [entry]}]}; an entry {name, description, genre, bitrate, class ("low",
-// "medium", "high"), hasMeta, type, id (the station identifier, "rn")}.
+// JSON (stable): the tree {version, source ("server", "radio-browser"),
+// filtered, count, genres: [{name, streams: [entry]}]}; an entry {name,
+// description, genre, bitrate, class ("low", "medium", "high"), hasMeta, type,
+// id (the station identifier, "rn"), source, codec, homepage (both empty for
+// the directory server's entries)}.
 //
 // Thread contract: stateless; the caller owns the directory (main thread, or
 // under its lock while a filter thread may run).

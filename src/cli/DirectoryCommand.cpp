@@ -14,6 +14,7 @@
 #include "platform/MainLoop.h"
 #include "platform/TextUtil.h"
 #include "store/Bookmark.h"
+#include "tuner/RadioBrowserClicks.h"
 #include "tuner/Tuner.h"
 
 namespace quillon {
@@ -22,6 +23,8 @@ namespace {
 
 struct DirectoryArgs {
     std::string server;
+    std::string source;      // update: "server" or "radio-browser"
+    bool allCodecs = false;  // update from Radio Browser: every codec
     int minKbps = 0;
     int maxKbps = Tuner::kNeutralMax;
     bool json = false;
@@ -35,6 +38,8 @@ struct DirectoryArgs {
 std::unique_ptr<Tuner> openDirectory(const DirectoryArgs& args) {
     auto tuner = std::make_unique<Tuner>();
     tuner->setServer(args.server);
+    if (!args.source.empty()) tuner->setSource(*Tuner::sourceNamed(args.source));
+    tuner->setAllCodecs(args.allCodecs);
     return tuner;
 }
 
@@ -120,8 +125,22 @@ int showTree(const DirectoryArgs& args, const std::vector<std::string>& words) {
     return 0;
 }
 
-// The entry's bookmark, through its playlist; prints why not.
-std::shared_ptr<Bookmark> entryBookmark(const DirectoryArgs& args) {
+// The entry's bookmark, through its playlist (or its own address); prints why
+// not. For an entry of Radio Browser's, `clicks` is made ready to count its
+// click, which the caller does once the entry is taken.
+struct Click {
+    std::unique_ptr<RadioBrowserClicks> clicks;
+    std::string station;
+    void count() {
+        if (clicks) clicks->count(station);
+    }
+    // Before the command exits: the click is sent (bounded by its time-out).
+    void finish() {
+        if (clicks) clicks->finish();
+    }
+};
+
+std::shared_ptr<Bookmark> entryBookmark(const DirectoryArgs& args, Click& click) {
     auto tuner = openDirectory(args);
     if (!loaded(*tuner)) return nullptr;
     std::string what;
@@ -130,17 +149,29 @@ std::shared_ptr<Bookmark> entryBookmark(const DirectoryArgs& args) {
     auto item = DirectoryOperations::find(*tuner, what, failure);
     if (!item) throw UsageError(failure);
     const std::string server = tuner->server();
-    if (server.empty())
+    if (server.empty() && !item->hasDirectStream())
         throw UsageError("no directory server is set (the preference tunerServer, or --server URL)");
     auto bookmark = item->bookmark(server, failure);
-    if (!bookmark) std::fprintf(stderr, "quillon: %s\n", failure.c_str());
+    if (!bookmark) {
+        std::fprintf(stderr, "quillon: %s\n", failure.c_str());
+        return nullptr;
+    }
+    if (item->hasDirectStream() && item->resourceNum()) {
+        click.clicks = std::make_unique<RadioBrowserClicks>(tuner->radioBrowserServer());
+        click.station = *item->resourceNum();
+    }
     return bookmark;
 }
 
 int runSave(const DirectoryArgs& args) {
-    auto bookmark = entryBookmark(args);
+    Click click;
+    auto bookmark = entryBookmark(args, click);
     if (!bookmark) return 1;
     OperationResult result = DirectoryOperations::saveBookmark(*bookmark, args.name, args.force);
+    if (result.ok()) {
+        click.count();
+        click.finish();
+    }
     if (!result.ok()) {
         std::fprintf(stderr, "quillon: %s\n", result.error.c_str());
         return result.status == OperationResult::Status::BadInput ? 2 : 1;
@@ -153,7 +184,8 @@ int runSave(const DirectoryArgs& args) {
 }
 
 int runRecordEntry(const DirectoryArgs& args) {
-    auto bookmark = entryBookmark(args);
+    Click click;  // sent while recording, finished at the end
+    auto bookmark = entryBookmark(args, click);
     if (!bookmark) return 1;
     RecordOptions options;
     if (!args.duration.empty()) {
@@ -167,14 +199,17 @@ int runRecordEntry(const DirectoryArgs& args) {
                  printable(bookmark->port().value_or("")).c_str(), printable(bookmark->path()).c_str(),
                  options.folder.c_str());
     RecordSession session(options);
-    return session.run(*bookmark);
+    click.count();
+    const int status = session.run(*bookmark);
+    click.finish();
+    return status;
 }
 
 void addCommon(CLI::App* cmd, const std::shared_ptr<DirectoryArgs>& args) {
     cmd->add_option(
         "--server", args->server,
         "The directory server's base address, e.g. http://127.0.0.1:8000 (default: the preference "
-        "tunerServer)");
+        "tunerServer; for Radio Browser radioBrowserServer, else a mirror chosen at random)");
 }
 
 void addFilters(CLI::App* cmd, const std::shared_ptr<DirectoryArgs>& args) {
@@ -192,9 +227,16 @@ void addDirectoryCommand(CLI::App& app, CommandRunner& runner) {
     CLI::App* cmd = app.add_subcommand("directory", "Browse, update and record the station directory");
     cmd->require_subcommand(1);
 
-    CLI::App* update =
-        cmd->add_subcommand("update", "Download the directory when the server has a newer one");
+    CLI::App* update = cmd->add_subcommand(
+        "update", "Download the directory when the server has a newer one, or from Radio Browser");
     addCommon(update, args);
+    update
+        ->add_option("--source", args->source,
+                     "server (the directory server) or radio-browser (default: the last update's source, "
+                     "the preference tunerSource)")
+        ->check(CLI::IsMember({"server", "radio-browser"}));
+    update->add_flag("--all-codecs", args->allCodecs,
+                     "Radio Browser: keep streams of every codec, each noting its codec (default: MP3 only)");
     update->callback([args, &runner] { runner = [args] { return runUpdate(*args); }; });
 
     CLI::App* list = cmd->add_subcommand("list", "Show the genres and their streams");

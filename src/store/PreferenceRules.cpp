@@ -81,6 +81,8 @@ constexpr std::array kKeys = {
     KeyRule{"mailOnDiskFull", Kind::state},
     KeyRule{"mailOnGiveUp", Kind::state},
     KeyRule{"tunerServer", Kind::text},  // the directory server's base address
+    KeyRule{"tunerSource", Kind::text},  // the last update's source: "server" or "radio-browser"
+    KeyRule{"radioBrowserServer", Kind::text},  // Radio Browser's base address; empty: a mirror
 };
 
 // A key the editor greys out unless `governor` is on (and, for the playlist

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <chrono>
 #include <filesystem>
 
 #include "net/URLDataLoader.h"
@@ -13,6 +14,7 @@
 #include "platform/TextUtil.h"
 #include "platform/Timing.h"
 #include "store/Preferences.h"
+#include "tuner/RadioBrowser.h"
 #include "tuner/TunerDownload.h"
 
 namespace quillon {
@@ -48,7 +50,18 @@ struct Tuner::Download {
     std::string server;
     std::string location;
     std::string path;
+    bool allCodecs = false;
 };
+
+const char* Tuner::sourceName(Source source) {
+    return source == Source::radioBrowser ? RadioBrowser::kSourceName : "server";
+}
+
+std::optional<Tuner::Source> Tuner::sourceNamed(std::string_view name) {
+    if (name == "server") return Source::server;
+    if (name == RadioBrowser::kSourceName) return Source::radioBrowser;
+    return std::nullopt;
+}
 
 Tuner::Filter Tuner::Filter::fromDictionary(const PlistValue::Dictionary& entries) {
     Filter f;
@@ -89,6 +102,16 @@ std::string Tuner::server() const {
     return withoutTrailingSlashes(base);
 }
 
+Tuner::Source Tuner::source() const {
+    if (source_) return *source_;
+    return sourceNamed(Preferences::preferences()->getParam(kSourceKey)).value_or(Source::server);
+}
+
+std::string Tuner::radioBrowserServer() const {
+    return RadioBrowser::baseOf(
+        server_.empty() ? Preferences::preferences()->getParam(RadioBrowser::kServerKey) : server_);
+}
+
 bool Tuner::loadTunerData() {
     if (loaded_ || !tunerGenres_.empty()) return !tunerGenres_.empty();
     loaded_ = true;
@@ -107,6 +130,16 @@ bool Tuner::loadTunerData() {
 
 void Tuner::beginUpdate(bool message) {
     message_ = message;
+    // Deliberate: Radio Browser has no directory version; its tree changes
+    // all day, so every update asked for downloads.
+    if (source() == Source::radioBrowser) {
+        if (loader_) {
+            if (events_.beep) events_.beep();
+            return;
+        }
+        update();
+        return;
+    }
     checkTunerVersion();
 }
 
@@ -166,9 +199,122 @@ void Tuner::update() {
     if (worker_.joinable()) worker_.join();  // the previous update, which has ended
     auto download = std::make_shared<Download>();
     download->net = download_ = std::make_shared<TunerDownload>();
-    download->server = server();
     download->path = tunerPath_;
+    updateSource_ = source();
+    if (updateSource_ == Source::radioBrowser) {
+        download->server = radioBrowserServer();
+        download->allCodecs = allCodecs_;
+        worker_ = std::thread([this, download] { updateRadioBrowser(download); });
+        return;
+    }
+    download->server = server();
     worker_ = std::thread([this, download] { updateTuner(download); });
+}
+
+void Tuner::updateRadioBrowser(std::shared_ptr<Download> download) {
+    // The same rule as the server's update: the tree is built aside and
+    // replaces the directory only when every genre has arrived.
+    auto fail = [&](const std::string& reason) {
+        MainLoop::main().invoke([this, reason] { errorMessage(reason); }, guard_);
+    };
+    std::vector<std::string> bases;
+    std::string failure;
+    if (!download->server.empty()) {
+        bases.push_back(download->server);  // the user's choice: no other is tried
+    } else {
+        if (!MainLoop::main().invoke(
+                [this] {
+                    progress(localized("Finding a Radio Browser server", "Finding a Radio Browser server"),
+                             0);
+                },
+                guard_))
+            return;
+        auto names = RadioBrowser::discoverMirrors(*download->net, failure);
+        if (!names) return fail(failure);
+        const auto seed =
+            static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count());
+        bases = RadioBrowser::mirrorOrder(*names, seed);
+        if (bases.empty()) return fail("no usable Radio Browser server name");
+        if (bases.size() > RadioBrowser::kMaxMirrorsTried) bases.resize(RadioBrowser::kMaxMirrorsTried);
+    }
+    std::string reasons;
+    for (const std::string& base : bases) {
+        bool live = true;
+        auto genres = downloadRadioBrowser(*download, base, live, failure);
+        if (!live) return;
+        if (genres) {
+            if (!writeDirectoryFile(download->path, *genres))
+                return fail("the directory file " + download->path + " could not be written");
+            auto result = std::make_shared<TunerItem::List>(std::move(*genres));
+            MainLoop::main().invoke(
+                [this, result, base] {
+                    cv_ = base;  // the message names the mirror
+                    finishUpdate(Outcome::updated, {}, std::move(*result));
+                },
+                guard_);
+            return;
+        }
+        Log::warning("Radio Browser server " + base + " failed: " + failure);
+        reasons += (reasons.empty() ? "" : "; ") + failure;
+    }
+    fail(reasons);
+}
+
+std::optional<TunerItem::List> Tuner::downloadRadioBrowser(Download& download, const std::string& base,
+                                                           bool& live, std::string& failure) {
+    auto step = [&](const std::string& text, int percent) {
+        live = MainLoop::main().invoke([this, text, percent] { progress(text, percent); }, guard_);
+        return live;
+    };
+    if (!step(localized("Downloading genres list", "Downloading genres list"), 0)) return std::nullopt;
+    const std::string tagsURL = base + RadioBrowser::tagsPath();
+    auto body = download.net->fetch(tagsURL, timing().directoryTimeout, RadioBrowser::kMaxTagsBytes, failure,
+                                    RadioBrowser::userAgent());
+    if (!body) {
+        failure = tagsURL + ": " + failure;
+        return std::nullopt;
+    }
+    auto tags = RadioBrowser::parseTags(*body, failure);
+    if (!tags || tags->empty()) {
+        failure = tagsURL + ": " + (tags ? "no tag has enough stations" : failure);
+        return std::nullopt;
+    }
+    const std::size_t n = tags->size();
+    TunerItem::List genres;
+    for (std::size_t i = 0; i < n; ++i) {
+        const std::string& name = (*tags)[i].name;
+        if (!step(fmt::format("{} {} ({}/{})", localized("Downloading", "Downloading"), name, i + 1, n),
+                  static_cast<int>((100 * i + 100) / n)))
+            return std::nullopt;
+        const std::string url = base + RadioBrowser::stationsPath(name);
+        auto stations = download.net->fetch(url, timing().directoryTimeout, RadioBrowser::kMaxStationsBytes,
+                                            failure, RadioBrowser::userAgent());
+        if (!stations) {
+            Log::line("Error downloading a genre");
+            failure = url + ": " + failure;
+            return std::nullopt;
+        }
+        auto streams = RadioBrowser::parseStations(*stations, name, download.allCodecs, failure);
+        if (!streams) {
+            failure = url + ": " + failure;
+            return std::nullopt;
+        }
+        if (streams->empty()) continue;  // a tag without a (MP3) stream is no genre
+        auto genre = TunerItem::tunerItem();
+        genre->setName(name);
+        genre->setItemType(static_cast<int>(TunerItem::Type::genre));
+        genre->setSource(std::string(RadioBrowser::kSourceName));
+        // By name, as the local file keeps them, so the tree reads the same now and after a restart.
+        TunerItem::sortList(*streams, {{TunerItem::SortKey::name, true}});
+        for (auto& stream : *streams) genre->addItemToList(std::move(stream));
+        genre->cacheTunerData();
+        genres.push_back(std::move(genre));
+    }
+    if (genres.empty()) {
+        failure = base + (download.allCodecs ? " lists no station" : " lists no MP3 station");
+        return std::nullopt;
+    }
+    return genres;
 }
 
 void Tuner::updateTuner(std::shared_ptr<Download> download) {
@@ -284,12 +430,21 @@ void Tuner::finishUpdate(Outcome outcome, const std::string& message, std::optio
         const std::size_t count = genres->size();
         setGenres(std::move(*genres));
         auto prefs = Preferences::preferences();
-        prefs->setParam(cv_, kVersionKey);
-        text = fmt::format("{} genres, version {}", count, cv_);
+        prefs->setParam(std::string(sourceName(updateSource_)), kSourceKey);
+        if (updateSource_ == Source::radioBrowser) {
+            // Deliberate: the local file no longer holds any version of the
+            // directory server's, so its next check downloads again.
+            prefs->setParam(std::string("0"), kVersionKey);
+            text = fmt::format("{} genres from Radio Browser ({})", count, cv_);
+        } else {
+            prefs->setParam(cv_, kVersionKey);
+            text = fmt::format("{} genres, version {}", count, cv_);
+        }
         if (!prefs->saveToFile()) {
             // The directory file is new, but the next check will fetch it again.
-            Log::warning("The preferences could not be saved: the directory version " + cv_ +
-                         " is not recorded");
+            Log::warning(
+                "The preferences could not be saved: the directory's version and source are "
+                "not recorded");
             text += " (the preferences could not be saved)";
         }
     }

@@ -11,6 +11,10 @@
 // "NAME.tun" per genre (its archive). Playlists come from
 // "/sbin/shoutcast-playlist.pls" on the same server.
 //
+// A second source fills the same tree and file: Radio Browser (RadioBrowser),
+// its most used tags as genres, without a version check. The source of the
+// last update is the preference "tunerSource" ("server" or "radio-browser").
+//
 // Thread contract: main thread, except where a member says otherwise. The
 // version check completes on the main thread; an update downloads on a worker
 // thread of the directory's own and hands every progress step and its outcome
@@ -49,6 +53,12 @@ public:
     static constexpr const char* kGenresFile = "genres.tun";
     static constexpr const char* kFileExtension = "tun";
     static constexpr int kNeutralMax = 320;
+    static constexpr const char* kSourceKey = "tunerSource";
+
+    enum class Source { server, radioBrowser };
+    // "server" / "radio-browser", and back (none for another text).
+    static const char* sourceName(Source source);
+    static std::optional<Source> sourceNamed(std::string_view name);
 
     // Deliberate: everything the server sends is bounded.
     static constexpr std::uint64_t kMaxTextBytes = 64 * 1024;
@@ -97,14 +107,23 @@ public:
     // The base address of the server ("http://host:port"); empty: the preference.
     void setServer(std::string base) { server_ = std::move(base); }
     std::string server() const;
+    // Where the next update comes from; unset: the preference "tunerSource"
+    // (the source of the last update), else the directory server.
+    void setSource(std::optional<Source> source) { source_ = source; }
+    Source source() const;
+    // Radio Browser: keep the streams of every codec, not only MP3.
+    void setAllCodecs(bool on) { allCodecs_ = on; }
+    // Radio Browser's base address: setServer's, else the preference
+    // "radioBrowserServer"; empty: a mirror chosen at update time.
+    std::string radioBrowserServer() const;
     const std::string& tunerPath() const { return tunerPath_; }
 
     // Loads the local file, once; false when it is missing or empty.
     bool loadTunerData();
 
     // A version check that, when the server's version is newer than
-    // "tunerVersion", updates. `message`: the user asked (report being up to
-    // date, and failures, as alerts).
+    // "tunerVersion", updates (Radio Browser has no version: it updates). `message`: the user asked (report
+    // being up to date, and failures, as alerts).
     void beginUpdate(bool message);
     void checkTunerVersion();
     void didCheckTunerVersion(URLDataLoader& loader);
@@ -163,6 +182,11 @@ private:
     struct Download;
     // The worker's body: everything downloaded or nothing.
     void updateTuner(std::shared_ptr<Download> download);
+    void updateRadioBrowser(std::shared_ptr<Download> download);
+    // One mirror's whole tree; none with the reason. False in `live` once the
+    // main loop is gone.
+    std::optional<TunerItem::List> downloadRadioBrowser(Download& download, const std::string& base,
+                                                        bool& live, std::string& failure);
     // Sorted genre names; sets the download's location.
     std::optional<std::vector<std::string>> downloadGenreList(Download& download, std::string& failure);
     std::shared_ptr<TunerItem> downloadGenre(Download& download, const std::string& name,
@@ -189,6 +213,9 @@ private:
     bool loaded_ = false;
     std::unique_ptr<URLDataLoader> loader_;
     std::string server_;
+    std::optional<Source> source_;
+    Source updateSource_ = Source::server;  // the running or last update's
+    bool allCodecs_ = false;
     Events events_;
 
     InvokeGuard guard_;

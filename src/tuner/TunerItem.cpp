@@ -179,6 +179,14 @@ std::shared_ptr<Bookmark> TunerItem::bookmark(const std::string& server, std::st
     bookmark->setName(name());
     bookmark->setRecOffset(0);
     bookmark->setNoSplit(false);
+    if (hasDirectStream()) {
+        if (!bookmark->getUrlFromData(*URL() + "\n")) {
+            failure = "the entry's address " + *URL() + " names no stream";
+            Log::line(failure);
+            return nullptr;
+        }
+        return bookmark;
+    }
     auto url = resourceURL(server);
     if (!url) {
         Log::line("No resource ID");

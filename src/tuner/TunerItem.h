@@ -43,6 +43,12 @@ public:
     static constexpr const char* kResourceNum = "rn";
     static constexpr const char* kMultiGenres = "mg";
     static constexpr const char* kStreams = "stl";
+    // Deliberate: three keys more, for entries of the Radio Browser directory:
+    // where the entry comes from ("src"; absent for the directory server's),
+    // its codec ("sco") and the station's web page ("shp").
+    static constexpr const char* kSource = "src";
+    static constexpr const char* kCodec = "sco";
+    static constexpr const char* kHomepage = "shp";
 
     static constexpr const char* kPlaylistPath = "/sbin/shoutcast-playlist.pls";
     static constexpr const char* kPlaylistUserAgent =
@@ -85,6 +91,15 @@ public:
     void setResourceNum(std::optional<std::string> id) { setString(std::move(id), kResourceNum); }
     std::optional<std::string> multiGenres() const { return stringForKey(kMultiGenres); }
     void setMultiGenres(std::optional<std::string> text) { setString(std::move(text), kMultiGenres); }
+    std::optional<std::string> source() const { return stringForKey(kSource); }
+    void setSource(std::optional<std::string> text) { setString(std::move(text), kSource); }
+    std::optional<std::string> codec() const { return stringForKey(kCodec); }
+    void setCodec(std::optional<std::string> text) { setString(std::move(text), kCodec); }
+    std::optional<std::string> homepage() const { return stringForKey(kHomepage); }
+    void setHomepage(std::optional<std::string> text) { setString(std::move(text), kHomepage); }
+    // An entry that names its stream itself ("su"), as Radio Browser's do,
+    // needs no playlist and no directory server to become a bookmark.
+    bool hasDirectStream() const { return source().has_value() && URL().has_value(); }
 
     // --- Children
     using List = std::vector<std::shared_ptr<TunerItem>>;
@@ -157,7 +172,8 @@ public:
     // A bookmark for the stream: fetches the playlist (blocking, with the
     // fixed User-Agent) and reads the stream address out of it. None, with
     // the reason in `failure` and a log line, when the item has no "rn" or the
-    // playlist names no stream. Not on the main thread of the daemon.
+    // playlist names no stream. Not on the main thread of the daemon. An entry
+    // with a direct stream takes its "su" instead (`server` unused).
     std::shared_ptr<Bookmark> bookmark(const std::string& server, std::string& failure) const;
 
 protected:

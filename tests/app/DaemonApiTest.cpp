@@ -22,6 +22,8 @@
 #include "store/Preferences.h"
 #include "support/IcyClient.h"
 #include "support/Loopback.h"
+#include "support/RadioBrowserPeer.h"
+#include "tuner/Tuner.h"
 
 namespace quillon::test {
 namespace {
@@ -578,6 +580,35 @@ TEST_F(DaemonApiTest, RelayAudioReachesThePageWithoutMetadata) {
     expectAnswers(refusals);
     EXPECT_EQ(call("GET", audio, "", {}, false)->status, 401);
     EXPECT_EQ(call("GET", audio, "", {{"Origin", "http://evil.example"}})->status, 403);
+}
+
+TEST_F(DaemonApiTest, DirectoryUpdatesFromRadioBrowserAndSavesItsEntries) {
+    RadioBrowserPeer peer;
+    peer.setTags(RadioBrowserPeer::tagsJson({{"jazz", 120}}));
+    peer.setStations("jazz", RadioBrowserPeer::stationsJson(
+                                 {{"Smooth", "https://127.0.0.1:9/smooth.mp3", "MP3", "u-smooth", "jazz"}}));
+    ASSERT_EQ(call("PUT", "/api/prefs", R"({"radioBrowserServer":")" + peer.base() + R"("})")->status, 200);
+    std::filesystem::remove_all(BookmarkFolder::defaultFolder());
+    makeFolders(BookmarkFolder::defaultFolder());
+
+    expectAnswers({{"POST", "/api/directory/update", R"({"source":"nowhere"})", 400}});
+    ASSERT_EQ(call("POST", "/api/directory/update", R"({"source":"radio-browser"})")->status, 202);
+    // The update ends on the main loop, which runUntil runs.
+    ASSERT_TRUE(runUntil([] { return !Tuner::tuner()->updating(); }));
+    auto tree = json(call("GET", "/api/directory"));
+    EXPECT_EQ(tree["source"], "radio-browser");
+    ASSERT_EQ(tree["count"], 1) << tree.dump();
+    EXPECT_EQ(tree["genres"][0]["streams"][0]["homepage"], "https://example.org/");
+
+    // No directory server is set, yet the entry names its stream.
+    auto saved = call("POST", "/api/directory/bookmark", R"({"entry":"u-smooth"})");
+    ASSERT_EQ(saved->status, 201) << saved->body;
+    EXPECT_EQ(json(saved)["host"], "127.0.0.1");
+    EXPECT_EQ(json(saved)["port"], "9");
+
+    // Cleared for the other tests, which expect the directory server as the source.
+    std::filesystem::remove(Tuner::tuner()->tunerPath());
+    ASSERT_EQ(call("PUT", "/api/prefs", R"({"tunerSource":"server","radioBrowserServer":""})")->status, 200);
 }
 
 }  // namespace
