@@ -55,7 +55,8 @@ export async function call<T>(method: string, path: string, body?: unknown): Pro
   try {
     answer = await fetch(path, {
       method,
-      headers: body === undefined ? {} : { 'Content-Type': 'application/json' },
+      // The daemon takes only JSON bodies on mutating calls, the empty "{}" included.
+      headers: method === 'GET' ? {} : { 'Content-Type': 'application/json' },
       body: body === undefined ? (method === 'GET' ? undefined : '{}') : JSON.stringify(body),
       credentials: 'same-origin',
     });

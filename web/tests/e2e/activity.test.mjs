@@ -8,106 +8,39 @@
 // Exits 77 (skipped) only when there is no Chromium to drive.
 import { after, before, describe, test } from 'node:test';
 import assert from 'node:assert/strict';
-import { spawn, execFile } from 'node:child_process';
-import { existsSync, mkdirSync, mkdtempSync, rmSync } from 'node:fs';
+import { mkdirSync } from 'node:fs';
 import { createServer } from 'node:http';
-import { createServer as createNetServer } from 'node:net';
-import { tmpdir } from 'node:os';
-import { dirname, join, resolve } from 'node:path';
-import { fileURLToPath } from 'node:url';
-import { promisify } from 'node:util';
+import { join } from 'node:path';
 import { gzipSync } from 'node:zlib';
-import { chromium } from 'playwright-core';
+import { freePort, Home, launchBrowser, requireTools, SCREENSHOTS, stop, until } from './harness.mjs';
 
-const CHROMIUM = process.env.CHROMIUM ?? '/usr/bin/chromium';
-const QUILLON = resolve(process.env.QUILLON_BIN ?? '../build/quillon');
-const SCREENSHOTS = resolve(
-  process.env.QUILLON_SCREENSHOTS ?? join(dirname(fileURLToPath(import.meta.url)), '../../../docs/screenshots'),
-);
-if (!existsSync(CHROMIUM)) {
-  console.log(`skipped: no Chromium at ${CHROMIUM}`);
-  process.exit(77);
-}
-assert.ok(existsSync(QUILLON), `no quillon binary at ${QUILLON} (set QUILLON_BIN)`);
-
-const home = mkdtempSync(join(tmpdir(), 'quillon-web-'));
-const env = { ...process.env, QUILLON_HOME: home };
-const run = promisify(execFile);
-
-async function freePort() {
-  const server = createNetServer();
-  await new Promise((ok) => server.listen(0, '127.0.0.1', ok));
-  const { port } = server.address();
-  await new Promise((ok) => server.close(ok));
-  return port;
-}
-
-// Starts a program and waits for the stdout line that `ready` matches.
-function start(args, ready) {
-  const child = spawn(QUILLON, args, { env, stdio: ['ignore', 'pipe', 'pipe'] });
-  let out = '';
-  let err = '';
-  child.stderr.on('data', (d) => (err += d));
-  const line = new Promise((ok, fail) => {
-    child.stdout.on('data', (d) => {
-      out += d;
-      const m = out.match(ready);
-      if (m) ok(m);
-    });
-    child.on('exit', (code) => fail(new Error(`quillon ${args[0]} exited (${code}): ${out}${err}`)));
-  });
-  return { child, line };
-}
-
-async function stop(child) {
-  if (!child || child.exitCode !== null || child.signalCode !== null) return;
-  const exited = new Promise((ok) => child.once('exit', ok));
-  process.kill(child.pid, 'SIGTERM');
-  await exited;
-}
-
-// Resolves with `predicate(arg)` once it holds in the page, checked again on
-// every change of the DOM (a MutationObserver: no polling).
-function until(page, predicate, arg) {
-  return page.evaluate(`new Promise((ok) => {
-    const predicate = ${predicate.toString()};
-    const arg = ${JSON.stringify(arg ?? null)};
-    const check = () => {
-      const value = predicate(arg);
-      if (value) { observer.disconnect(); ok(value); }
-    };
-    const observer = new MutationObserver(check);
-    observer.observe(document, { subtree: true, childList: true, characterData: true, attributes: true });
-    check();
-  })`);
-}
+requireTools();
+const home = new Home();
 
 describe('activity module', () => {
   let station, serve, browser, context, page, webPort, stationUrl, origin;
 
   const startServe = async () => {
-    serve = start(['serve'], /Quillon is running\./);
+    serve = home.start(['serve'], /Quillon is running\./);
     await serve.line;
   };
 
   before(async () => {
-    mkdirSync(SCREENSHOTS, { recursive: true });
-    mkdirSync(join(home, 'Music'), { recursive: true });
-    mkdirSync(join(home, 'Documents', 'QLN Bookmarks'), { recursive: true });
+    mkdirSync(join(home.path, 'Music'), { recursive: true });
+    mkdirSync(join(home.path, 'Documents', 'QLN Bookmarks'), { recursive: true });
     webPort = await freePort();
     origin = `http://127.0.0.1:${webPort}`;
-    await run(QUILLON, ['prefs', 'set', 'webPort', String(webPort)], { env });
-    await run(QUILLON, ['prefs', 'set', 'relayPort', String(await freePort())], { env });
+    await home.run('prefs', 'set', 'webPort', String(webPort));
+    await home.run('prefs', 'set', 'relayPort', String(await freePort()));
     // A title every 2 s of audio, so that changes come while the test watches.
-    station = start(
+    station = home.start(
       ['station', '--port', '0', '--title-every', '32768', '--titles', 'Alpha - One,Beta - Two,Gamma - Three,Delta - Four'],
       /Station listening on (\S+)/,
     );
     stationUrl = (await station.line)[1];
     await startServe();
-    const { stdout } = await run(QUILLON, ['ui', '--print-only'], { env });
-    const args = process.getuid?.() === 0 ? ['--no-sandbox'] : [];
-    browser = await chromium.launch({ executablePath: CHROMIUM, headless: true, args });
+    const stdout = await home.run('ui', '--print-only');
+    browser = await launchBrowser();
     context = await browser.newContext({ viewport: { width: 1000, height: 720 } });
     page = await context.newPage();
     await page.goto(stdout.trim());
@@ -116,9 +49,7 @@ describe('activity module', () => {
 
   after(async () => {
     await browser?.close();
-    await stop(serve?.child);
-    await stop(station?.child);
-    rmSync(home, { recursive: true, force: true });
+    await home.remove();
   });
 
   test('the whole page stays under 150 KB gzipped', async () => {
