@@ -5,6 +5,8 @@ import { AddStation } from './AddStation';
 import { ConnectionList } from './ConnectionList';
 import { Player } from './Player';
 import { Notices, Notice } from './Notices';
+import { publish } from './bus';
+import { Nav, useRoute } from './routes';
 
 type Feed = { kind: 'connecting' } | { kind: 'live' } | { kind: 'lost'; retryMs: number };
 
@@ -52,10 +54,12 @@ export function App() {
       connected: () => {
         setFeed({ kind: 'live' });
         reload();
+        publish({ type: 'resync' });
       },
       disconnected: (retryMs) => setFeed({ kind: 'lost', retryMs }),
       malformed: (data) => notify(`The recorder sent an event this page cannot read: ${data.slice(0, 80)}`),
       event: (e) => {
+        publish(e);
         switch (e.type) {
           case 'activity':
             setRows((e.rows as Row[]) ?? []);
@@ -99,6 +103,7 @@ export function App() {
   const act = useCallback((work: Promise<unknown>) => work.then(() => undefined).catch(failed), [failed]);
 
   const playingRow = rows?.find((r) => r.id === playing) ?? null;
+  const route = useRoute();
 
   return (
     <div class="page">
@@ -111,13 +116,15 @@ export function App() {
               ? 'Connecting to the recorder…'
               : `The recorder is not answering; trying again in ${Math.ceil(feed.retryMs / 1000)} s…`}
         </p>
+        <Nav current={route?.hash ?? null} />
       </header>
       <main>
-        <AddStation bookmarks={bookmarks} onAdd={(work) => act(work)} />
         <Notices
           notices={notices}
           onDismiss={(id) => setNotices((list) => list.filter((n) => n.id !== id))}
         />
+        {route ? <route.View onProblem={notify} /> : <>
+        <AddStation bookmarks={bookmarks} onAdd={(work) => act(work)} />
         <ConnectionList
           rows={rows}
           playing={playing}
@@ -131,6 +138,7 @@ export function App() {
           onClear={() => act(api.clear())}
           onListen={(id) => setPlaying(id === playing ? null : id)}
         />
+        </>}
       </main>
       {playingRow && (
         <Player
