@@ -2,6 +2,7 @@
 import { ComponentType } from 'preact';
 import { useEffect, useState } from 'preact/hooks';
 import { Schedules } from './schedules/Schedules';
+import { Preferences } from './prefs/Preferences';
 import './modules.css';
 
 export interface ModuleProps {
@@ -10,6 +11,7 @@ export interface ModuleProps {
 
 export const ROUTES: { hash: string; label: string; View: ComponentType<ModuleProps> }[] = [
   { hash: '#/schedules', label: 'Schedules', View: Schedules },
+  { hash: '#/prefs', label: 'Preferences', View: Preferences },
 ];
 
 /** The module the address names; null for the activity list. */
