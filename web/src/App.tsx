@@ -7,6 +7,7 @@ import { Player } from './Player';
 import { Notices, Notice } from './Notices';
 import { publish } from './bus';
 import { Nav, useRoute } from './routes';
+import { Alerts } from './alerts/Alerts';
 
 type Feed = { kind: 'connecting' } | { kind: 'live' } | { kind: 'lost'; retryMs: number };
 
@@ -76,9 +77,6 @@ export function App() {
               .then((b) => setBookmarks(b.bookmarks))
               .catch(() => setBookmarks([]));
             break;
-          case 'alert':
-            if (typeof e.text === 'string' && e.text) notify(e.text);
-            break;
         }
       },
     });
@@ -140,6 +138,7 @@ export function App() {
         />
         </>}
       </main>
+      <Alerts onProblem={notify} />
       {playingRow && (
         <Player
           row={playingRow}
