@@ -3,6 +3,7 @@ import { ComponentType } from 'preact';
 import { useEffect, useState } from 'preact/hooks';
 import { Schedules } from './schedules/Schedules';
 import { Preferences } from './prefs/Preferences';
+import { Directory } from './directory/Directory';
 import './modules.css';
 
 export interface ModuleProps {
@@ -12,6 +13,7 @@ export interface ModuleProps {
 export const ROUTES: { hash: string; label: string; View: ComponentType<ModuleProps> }[] = [
   { hash: '#/schedules', label: 'Schedules', View: Schedules },
   { hash: '#/prefs', label: 'Preferences', View: Preferences },
+  { hash: '#/directory', label: 'Directory', View: Directory },
 ];
 
 /** The module the address names; null for the activity list. */
