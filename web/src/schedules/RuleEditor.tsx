@@ -1,8 +1,10 @@
+import type { ComponentChildren, JSX } from 'preact';
 import { useState } from 'preact/hooks';
 import { ApiFailure, Bookmark, failureWords } from '../api';
 import { DAY_NAMES, DAYS, Draft, DraftField, emptyDraft, fieldOfError, formFromDraft, Rule, schedulesApi } from './rules';
 
 type Errors = Partial<Record<DraftField | 'form', string>>;
+type TextKey = 'bookmark' | 'name' | 'at' | 'runFor' | 'from' | 'to';
 
 function FieldError({ id, text }: { id: string; text?: string }) {
   return text ? (
@@ -30,6 +32,21 @@ export function RuleEditor({
   const set = <K extends DraftField>(key: K, value: Draft[K]) => setD((x) => ({ ...x, [key]: value }));
   const text = (key: DraftField) => (e: Event) => set(key, (e.target as HTMLInputElement).value as never);
   const described = (key: DraftField) => (errors[key] ? `rule-${key}-error` : undefined);
+  // A labelled input of the draft, the daemon's refusal of it underneath.
+  const field = (key: TextKey, label: ComponentChildren, input: JSX.InputHTMLAttributes = {}) => (
+    <label>
+      {label}
+      <input
+        type="text"
+        {...input}
+        value={d[key]}
+        onInput={text(key)}
+        aria-invalid={!!errors[key]}
+        aria-describedby={described(key)}
+      />
+      <FieldError id={`rule-${key}-error`} text={errors[key]} />
+    </label>
+  );
 
   const submit = async (e: Event) => {
     e.preventDefault();
@@ -64,29 +81,13 @@ export function RuleEditor({
         </label>
       </fieldset>
       <div class="grid">
-        <label>
-          Bookmark
-          <input
-            type="text"
-            list="rule-bookmarks"
-            value={d.bookmark}
-            onInput={text('bookmark')}
-            aria-invalid={!!errors.bookmark}
-            aria-describedby={described('bookmark')}
-          />
-          <FieldError id="rule-bookmark-error" text={errors.bookmark} />
-        </label>
-        <label>
-          Name <span class="label">(the bookmark's when empty)</span>
-          <input
-            type="text"
-            value={d.name}
-            onInput={text('name')}
-            aria-invalid={!!errors.name}
-            aria-describedby={described('name')}
-          />
-          <FieldError id="rule-name-error" text={errors.name} />
-        </label>
+        {field('bookmark', 'Bookmark', { list: 'rule-bookmarks' })}
+        {field(
+          'name',
+          <>
+            Name <span class="label">(the bookmark's when empty)</span>
+          </>,
+        )}
       </div>
       <datalist id="rule-bookmarks">
         {bookmarks.map((b) => (
@@ -115,56 +116,20 @@ export function RuleEditor({
           </fieldset>
           <FieldError id="rule-days-error" text={errors.days} />
           <div class="grid">
-            <label>
-              Starts at
-              <input
-                type="time"
-                value={d.at}
-                onInput={text('at')}
-                aria-invalid={!!errors.at}
-                aria-describedby={described('at')}
-              />
-              <FieldError id="rule-at-error" text={errors.at} />
-            </label>
-            <label>
-              Runs for <span class="label">(hours:minutes)</span>
-              <input
-                type="text"
-                inputMode="numeric"
-                placeholder="1:30"
-                value={d.runFor}
-                onInput={text('runFor')}
-                aria-invalid={!!errors.runFor}
-                aria-describedby={described('runFor')}
-              />
-              <FieldError id="rule-runFor-error" text={errors.runFor} />
-            </label>
+            {field('at', 'Starts at', { type: 'time' })}
+            {field(
+              'runFor',
+              <>
+                Runs for <span class="label">(hours:minutes)</span>
+              </>,
+              { inputMode: 'numeric', placeholder: '1:30' },
+            )}
           </div>
         </>
       ) : (
         <div class="grid">
-          <label>
-            From
-            <input
-              type="datetime-local"
-              value={d.from}
-              onInput={text('from')}
-              aria-invalid={!!errors.from}
-              aria-describedby={described('from')}
-            />
-            <FieldError id="rule-from-error" text={errors.from} />
-          </label>
-          <label>
-            To
-            <input
-              type="datetime-local"
-              value={d.to}
-              onInput={text('to')}
-              aria-invalid={!!errors.to}
-              aria-describedby={described('to')}
-            />
-            <FieldError id="rule-to-error" text={errors.to} />
-          </label>
+          {field('from', 'From', { type: 'datetime-local' })}
+          {field('to', 'To', { type: 'datetime-local' })}
         </div>
       )}
       <div class="controls">

@@ -5,23 +5,6 @@ import { call } from '../api';
 
 export type RuleType = 'weekly' | 'oneOff';
 
-export interface Rule {
-  id: number;
-  type: RuleType;
-  active: boolean;
-  name: string;
-  bookmark: string;
-  bookmarkPath: string;
-  days?: string[];
-  at?: string;
-  runFor?: string;
-  from?: string;
-  to?: string;
-  relayOnly: boolean;
-  listen: boolean;
-  running: boolean;
-}
-
 /** What POST and PUT /api/schedules take. */
 export interface RuleForm {
   bookmark: string;
@@ -33,6 +16,14 @@ export interface RuleForm {
   to?: string;
   relayOnly: boolean;
   listen: boolean;
+}
+
+export interface Rule extends RuleForm {
+  id: number;
+  type: RuleType;
+  active: boolean;
+  bookmarkPath: string;
+  running: boolean;
 }
 
 export interface Action {
