@@ -1,9 +1,10 @@
 import { useCallback, useEffect, useMemo, useRef, useState } from 'preact/hooks';
-import { ApiFailure } from './api';
+import { failureWords } from './api';
 import { EventBus, EventStream } from './events';
 import { Notices, Notice } from './Notices';
 import { modules } from './modules';
 import { hashFor, moduleFromHash } from './route';
+import { Alerts } from './alerts/Alerts';
 
 type Feed = { kind: 'connecting' } | { kind: 'live' } | { kind: 'lost'; retryMs: number };
 
@@ -22,10 +23,7 @@ export function App() {
     setNotices((list) => (list.some((n) => n.text === text) ? list : [...list, { id, text }]));
   }, []);
 
-  const failed = useCallback(
-    (e: unknown) => notify(e instanceof ApiFailure ? e.message : `Something went wrong: ${String(e)}.`),
-    [notify],
-  );
+  const failed = useCallback((e: unknown) => notify(failureWords(e)), [notify]);
 
   useEffect(() => {
     const onHash = () => setCurrent(moduleFromHash(location.hash, ids));
@@ -47,7 +45,6 @@ export function App() {
       disconnected: (retryMs) => setFeed({ kind: 'lost', retryMs }),
       malformed: (data) => notify(`The recorder sent an event this page cannot read: ${data.slice(0, 80)}`),
       event: (e) => {
-        if (e.type === 'alert' && typeof e.text === 'string' && e.text) notify(e.text);
         events.emit(e);
       },
     });
@@ -84,6 +81,7 @@ export function App() {
           <m.view active={m.id === current} events={events} notify={notify} failed={failed} />
         </main>
       ))}
+      <Alerts events={events} failed={failed} />
     </div>
   );
 }

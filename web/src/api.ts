@@ -91,6 +91,11 @@ export function failureText(status: number, body: unknown): string {
   return `The recorder answered with HTTP ${status}.`;
 }
 
+/** Any failure in words: a refused call by its reason, anything else as it is. */
+export function failureWords(e: unknown): string {
+  return e instanceof ApiFailure ? e.message : `Something went wrong: ${String(e)}.`;
+}
+
 export async function call<T>(method: string, path: string, body?: unknown): Promise<T> {
   let answer: Response;
   try {

@@ -5,6 +5,8 @@
 // daemon's "hello": the page then reads the lists again, since it may have
 // missed changes while it was away.
 
+import { useEffect, useRef } from 'preact/hooks';
+
 export interface DaemonEvent {
   type: string;
   [key: string]: unknown;
@@ -118,4 +120,15 @@ export class EventBus {
   emit(e: DaemonEvent): void {
     for (const listener of [...this.listeners]) listener(e);
   }
+}
+
+/** Calls `onEvent` for the bus's events of the given types while the component is mounted. */
+export function useEvents(events: EventBus, types: string[], onEvent: (e: DaemonEvent) => void): void {
+  const latest = useRef(onEvent);
+  latest.current = onEvent;
+  const key = types.join(',');
+  useEffect(() => {
+    const wanted = new Set(key.split(','));
+    return events.on((e) => wanted.has(e.type) && latest.current(e));
+  }, [events, key]);
 }

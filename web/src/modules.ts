@@ -5,6 +5,10 @@ import type { EventBus } from './events';
 import { ActivityModule } from './ActivityModule';
 import { BookmarksModule } from './BookmarksModule';
 import { HistoryModule } from './HistoryModule';
+import { Schedules } from './schedules/Schedules';
+import { Directory } from './directory/Directory';
+import { Preferences } from './prefs/Preferences';
+import './modules.css';
 
 export interface ModuleProps {
   /** Whether the module is the one shown; hidden ones stay mounted (a player keeps playing). */
@@ -26,4 +30,7 @@ export const modules: PageModule[] = [
   { id: 'activity', title: 'Activity', view: ActivityModule },
   { id: 'bookmarks', title: 'Bookmarks', view: BookmarksModule },
   { id: 'history', title: 'History', view: HistoryModule },
+  { id: 'schedules', title: 'Schedules', view: Schedules },
+  { id: 'directory', title: 'Directory', view: Directory },
+  { id: 'prefs', title: 'Preferences', view: Preferences },
 ];

@@ -79,27 +79,35 @@ export function until(page, predicate, arg) {
 
 /**
  * A station (a title every 2 s of audio, so that changes come while a test
- * watches), a daemon with `prefs` set, and the page open in Chromium at
- * `hash`. close() stops them all and removes the home.
+ * watches; with `directory` also the daemon's station directory server), a
+ * daemon with `prefs` set and `folders` made in its home, and the page open in
+ * Chromium at `hash`. close() stops them all and removes the home.
  */
-export async function launch({ prefs = {}, hash = '' } = {}) {
+export async function launch({ prefs = {}, hash = '', directory = false, folders = ['Music', 'Documents/QLN Bookmarks'] } = {}) {
   mkdirSync(SCREENSHOTS, { recursive: true });
   const home = mkdtempSync(join(tmpdir(), 'quillon-web-'));
   const env = { ...process.env, QUILLON_HOME: home };
   const t = { home, env, serve: null, station: null, browser: null };
   try {
-    mkdirSync(join(home, 'Music'), { recursive: true });
-    mkdirSync(join(home, 'Documents', 'QLN Bookmarks'), { recursive: true });
-    const webPort = await freePort();
-    t.origin = `http://127.0.0.1:${webPort}`;
-    const all = { webPort: String(webPort), relayPort: String(await freePort()), ...prefs };
-    for (const [key, value] of Object.entries(all)) await run(QUILLON, ['prefs', 'set', key, value], { env });
+    for (const folder of folders) mkdirSync(join(home, folder), { recursive: true });
     t.station = start(
       env,
-      ['station', '--port', '0', '--title-every', '32768', '--titles', 'Alpha - One,Beta - Two,Gamma - Three,Delta - Four'],
+      [
+        'station', '--port', '0', '--title-every', '32768', '--titles', 'Alpha - One,Beta - Two,Gamma - Three,Delta - Four',
+        ...(directory ? ['--directory'] : []),
+      ],
       /Station listening on (\S+)/,
     );
     t.stationUrl = (await t.station.line)[1];
+    const webPort = await freePort();
+    t.origin = `http://127.0.0.1:${webPort}`;
+    const all = {
+      webPort: String(webPort),
+      relayPort: String(await freePort()),
+      ...(directory ? { tunerServer: t.stationUrl } : {}),
+      ...prefs,
+    };
+    for (const [key, value] of Object.entries(all)) await run(QUILLON, ['prefs', 'set', key, value], { env });
     t.startServe = async () => {
       t.serve = start(env, ['serve'], /Quillon is running\./);
       await t.serve.line;
