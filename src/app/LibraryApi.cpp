@@ -5,6 +5,7 @@
 
 #include "app/ApiServer.h"
 #include "app/EventHub.h"
+#include "app/SettingsApi.h"
 #include "app/StorageFolder.h"
 #include "engine/LibraryHandOff.h"
 #include "engine/LibrarySettings.h"
@@ -56,22 +57,12 @@ LibraryApi::LibraryApi(ApiServer& server, EventHub& events) {
         PreferenceChanges changes;
         for (const auto& [key, value] : req.body().items()) {
             if (!isLibraryKey(key)) throw ApiError(400, key + ": not a library setting");
-            if (value.is_string()) {
-                changes[key] = PlistValue(value.get<std::string>());
-            } else if (value.is_boolean()) {
-                changes[key] = PlistValue(std::string(value.get<bool>() ? "YES" : "NO"));
-            } else if (value.is_number_integer()) {
-                changes[key] = PlistValue(std::to_string(value.get<std::int64_t>()));
-            } else {
+            auto converted = jsonToPlist(value);
+            if (!converted || value.is_array())
                 throw ApiError(400, key + ": give text, a number or true/false");
-            }
+            changes[key] = *converted;
         }
-        auto prefs = Preferences::preferences();
-        auto applied = PreferenceRules::apply(*prefs, changes, PreferenceRules::UnknownKeys::refuse);
-        if (!applied.ok()) throw ApiError(400, applied.reason);
-        if (!prefs->saveToFile())
-            throw ApiError(500, "cannot write the preferences file " + prefs->filePath());
-        events.publish({{"type", "prefs"}});
+        applyPreferenceChanges(changes, events);
         return ApiReply{200, libraryJson()};
     });
 }

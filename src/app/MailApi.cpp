@@ -5,6 +5,7 @@
 
 #include "app/ApiServer.h"
 #include "app/EventHub.h"
+#include "app/SettingsApi.h"
 #include "notify/MailSettings.h"
 #include "store/PreferenceRules.h"
 #include "store/Preferences.h"
@@ -62,12 +63,7 @@ MailApi::MailApi(ApiServer& server, EventHub& events) : events_(events) {
             changes[field->key] = field->state ? PlistValue(std::string(value.get<bool>() ? "YES" : "NO"))
                                                : PlistValue(value.get<std::string>());
         }
-        auto prefs = Preferences::preferences();
-        auto applied = PreferenceRules::apply(*prefs, changes, PreferenceRules::UnknownKeys::refuse);
-        if (!applied.ok()) throw ApiError(400, applied.reason);
-        if (!prefs->saveToFile())
-            throw ApiError(500, "cannot write the preferences file " + prefs->filePath());
-        events_.publish({{"type", "prefs"}});
+        applyPreferenceChanges(changes, events_);
         return ApiReply{200, mailJson()};
     });
 }

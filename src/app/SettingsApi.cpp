@@ -22,22 +22,6 @@ nlohmann::json plistToJson(const PlistValue& value) {
     return nullptr;
 }
 
-// A JSON value as the preference rules take it; nothing for what no setting holds.
-std::optional<PlistValue> jsonToPlist(const nlohmann::json& value) {
-    if (value.is_string()) return PlistValue(value.get<std::string>());
-    if (value.is_boolean()) return PlistValue(std::string(value.get<bool>() ? "YES" : "NO"));
-    if (value.is_number_integer()) return PlistValue(std::to_string(value.get<std::int64_t>()));
-    if (value.is_array()) {
-        PlistValue::Array items;
-        for (const auto& item : value) {
-            if (!item.is_string()) return std::nullopt;
-            items.emplace_back(item.get<std::string>());
-        }
-        return PlistValue(std::move(items));
-    }
-    return std::nullopt;
-}
-
 nlohmann::json prefsJson() {
     auto settings = Preferences::preferences()->container();
     nlohmann::json out = nlohmann::json::object();
@@ -72,6 +56,29 @@ nlohmann::json versionJson(const VersionCheck::State& s) {
 
 }  // namespace
 
+std::optional<PlistValue> jsonToPlist(const nlohmann::json& value) {
+    if (value.is_string()) return PlistValue(value.get<std::string>());
+    if (value.is_boolean()) return PlistValue(std::string(value.get<bool>() ? "YES" : "NO"));
+    if (value.is_number_integer()) return PlistValue(std::to_string(value.get<std::int64_t>()));
+    if (value.is_array()) {
+        PlistValue::Array items;
+        for (const auto& item : value) {
+            if (!item.is_string()) return std::nullopt;
+            items.emplace_back(item.get<std::string>());
+        }
+        return PlistValue(std::move(items));
+    }
+    return std::nullopt;
+}
+
+void applyPreferenceChanges(const PreferenceChanges& changes, EventHub& events) {
+    auto prefs = Preferences::preferences();
+    auto applied = PreferenceRules::apply(*prefs, changes, PreferenceRules::UnknownKeys::refuse);
+    if (!applied.ok()) throw ApiError(400, applied.reason);
+    if (!prefs->saveToFile()) throw ApiError(500, "cannot write the preferences file " + prefs->filePath());
+    events.publish({{"type", "prefs"}});
+}
+
 void addSettingsRoutes(ApiServer& server, Controller& c, EventHub& events) {
     server.route("GET", "/api/prefs", [](const ApiRequest&) { return ApiReply{200, prefsJson()}; });
     server.route("PUT", "/api/prefs", [&events](const ApiRequest& req) {
@@ -81,12 +88,7 @@ void addSettingsRoutes(ApiServer& server, Controller& c, EventHub& events) {
             if (!converted) throw ApiError(400, key + ": not a value any setting takes");
             changes[key] = *converted;
         }
-        auto prefs = Preferences::preferences();
-        auto applied = PreferenceRules::apply(*prefs, changes, PreferenceRules::UnknownKeys::refuse);
-        if (!applied.ok()) throw ApiError(400, applied.reason);
-        if (!prefs->saveToFile())
-            throw ApiError(500, "cannot write the preferences file " + prefs->filePath());
-        events.publish({{"type", "prefs"}});
+        applyPreferenceChanges(changes, events);
         return ApiReply{200, prefsJson()};
     });
     c.versionCheck().setChangeCallback([&events](const VersionCheck::State& s) {

@@ -5,6 +5,12 @@
 //
 // Thread contract: routes are added before the server starts; handlers run on
 // the main loop.
+#include <optional>
+
+#include <nlohmann/json.hpp>
+
+#include "store/PreferenceRules.h"
+
 namespace quillon {
 
 class ApiServer;
@@ -12,5 +18,14 @@ class Controller;
 class EventHub;
 
 void addSettingsRoutes(ApiServer& server, Controller& controller, EventHub& events);
+
+// A JSON value as the preference rules take it (true/false as "YES"/"NO",
+// numbers as text); nothing for what no setting holds.
+std::optional<PlistValue> jsonToPlist(const nlohmann::json& value);
+
+// Applies `changes` to the preferences as one set, saves them and publishes a
+// "prefs" event; raises ApiError 400 when the rules refuse them, 500 when they
+// cannot be saved.
+void applyPreferenceChanges(const PreferenceChanges& changes, EventHub& events);
 
 }  // namespace quillon
