@@ -32,13 +32,9 @@ class VersionServer {
 public:
     VersionServer(std::string body, bool silent)
         : peer_([this, body = std::move(body), silent](int fd, LoopbackPeer& peer) {
-              std::string request;
-              char buf[4096];
-              while (request.find("\r\n\r\n") == std::string::npos) {
-                  ssize_t n = ::recv(fd, buf, sizeof buf, 0);
-                  if (n <= 0) return;
-                  request.append(buf, static_cast<std::size_t>(n));
-              }
+              auto received = test::receiveRequest(fd);
+              if (!received) return;
+              const std::string& request = *received;
               {
                   std::lock_guard lock(mutex_);
                   requestLines_.push_back(request.substr(0, request.find("\r\n")));

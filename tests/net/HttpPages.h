@@ -36,13 +36,9 @@ public:
 
 private:
     void answer(int fd) {
-        std::string request;
-        char buf[4096];
-        while (request.find("\r\n\r\n") == std::string::npos) {
-            ssize_t n = ::recv(fd, buf, sizeof buf, 0);
-            if (n <= 0) return;
-            request.append(buf, static_cast<std::size_t>(n));
-        }
+        auto received = receiveRequest(fd);
+        if (!received) return;
+        const std::string& request = *received;
         // "GET /path?query HTTP/1.1": the table is keyed by the path alone.
         std::size_t start = request.find(' ') + 1;
         std::string target = request.substr(start, request.find(' ', start) - start);

@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -28,6 +29,19 @@ inline void sendAll(int fd, std::string_view bytes) {
         if (n <= 0) return;
         bytes.remove_prefix(static_cast<std::size_t>(n));
     }
+}
+
+// An HTTP request's header, through its blank line; nothing when the other
+// side closes first.
+inline std::optional<std::string> receiveRequest(int fd) {
+    std::string request;
+    char buf[4096];
+    while (request.find("\r\n\r\n") == std::string::npos) {
+        ssize_t n = ::recv(fd, buf, sizeof buf, 0);
+        if (n <= 0) return std::nullopt;
+        request.append(buf, static_cast<std::size_t>(n));
+    }
+    return request;
 }
 
 // Everything the peer receives until the other side closes (or `limit` seconds pass).

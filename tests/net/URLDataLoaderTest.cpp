@@ -26,13 +26,7 @@ using test::LoopbackPeer;
 struct Server {
     explicit Server(std::string reply)
         : peer([reply](int fd, LoopbackPeer&) {
-              std::string request;
-              char buf[4096];
-              while (request.find("\r\n\r\n") == std::string::npos) {
-                  ssize_t n = ::recv(fd, buf, sizeof buf, 0);
-                  if (n <= 0) return;
-                  request.append(buf, static_cast<std::size_t>(n));
-              }
+              if (!test::receiveRequest(fd)) return;
               test::sendAll(fd, reply);
           }) {}
     std::string url(const std::string& path) const {
