@@ -121,6 +121,12 @@ void addActivityRoutes(ApiServer& server, Controller& c) {
         c.activity().listen();
         return ApiReply{200, rowOf(c, r)};
     });
+    // The page shows the path; the daemon's desktop opens it where it can.
+    server.route("POST", R"(/api/activity/(\d+)/reveal)", [&c](const ApiRequest& req) {
+        Ripper& r = connectionFor(c, req);
+        c.activity().selectConnection(&r);
+        return ApiReply{200, {{"path", c.activity().revealInFinder()}}};
+    });
     server.route("DELETE", R"(/api/activity/(\d+))", [&c](const ApiRequest& req) {
         Ripper& r = connectionFor(c, req);
         c.activity().removeRecord(r);

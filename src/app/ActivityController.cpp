@@ -277,10 +277,12 @@ void ActivityController::doubleClick() {
     if (!opened) alert("ERROR_UNABLE_TO_LOAD_ITUNES", "The player could not be opened.");
 }
 
-void ActivityController::revealInFinder() {
+std::string ActivityController::revealInFinder() {
     Ripper* connection = activeConnection();
     std::string file = connection ? connection->downloadPath() : std::string();
-    ui_.reveal(file.empty() ? downloadPath() : file);
+    if (file.empty()) file = downloadPath();
+    ui_.reveal(file);
+    return file;
 }
 
 void ActivityController::getInfo() {

@@ -114,8 +114,9 @@ public:
     // Points the relay playlist at the connection and opens it with the player.
     void doubleClick();
     void listen() { doubleClick(); }
-    // The file being written, or the recordings folder.
-    void revealInFinder();
+    // Shows the selected connection's file (else the recordings folder) in the
+    // file manager where there is one; returns the path shown.
+    std::string revealInFinder();
     // Shows or hides the detail panel.
     void getInfo();
     bool detailsShown() const { return detailsShown_; }

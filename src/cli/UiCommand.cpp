@@ -47,7 +47,7 @@ int runUi(bool printOnly) {
 void addUiCommand(CLI::App& app, CommandRunner& runner) {
     auto printOnly = std::make_shared<bool>(false);
     CLI::App* cmd = app.add_subcommand("ui", "Open the running daemon's web page in the browser");
-    cmd->add_flag("--print-only", *printOnly, "Print the login address without opening it");
+    cmd->add_flag("--print,--print-only", *printOnly, "Print the login address without opening it");
     cmd->footer(
         "Prints a one-time login address (valid once, for 60 seconds) and opens it with xdg-open.\n"
         "Exits 1 when no daemon runs (start it with: quillon serve).");

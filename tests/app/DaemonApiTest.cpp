@@ -133,6 +133,7 @@ TEST_F(DaemonApiTest, EveryCallAnswersOrRefusesWithOneLine) {
         {"POST", "/api/activity", R"({"url":"http://127.0.0.1:1/","titleEncoding":"koi8-r"})", 400},
         {"POST", "/api/open", R"({"path":")" + missing + R"(.qlnbk"})", 404},
         {"POST", "/api/activity/999/stop", "{}", 404},
+        {"POST", "/api/activity/999/reveal", "{}", 404},
         {"POST", "/api/activity/abc/stop", "{}", 404},
         {"DELETE", "/api/activity/999", "", 404},
         {"POST", "/api/activity/clear", "{}", 200},

@@ -89,6 +89,12 @@ export function ActivityModule({ active, events, notify, failed }: ModuleProps) 
         }}
         onClear={() => act(api.clear())}
         onListen={(id) => setPlaying(id === playing ? null : id)}
+        onReveal={(id) =>
+          api
+            .reveal(id)
+            .then((r) => notify(`Recording into ${r.path}`))
+            .catch(failed)
+        }
       />
       {playingRow && <Player row={playingRow} onClose={() => setPlaying(null)} onProblem={notify} />}
     </>

@@ -8,6 +8,7 @@ interface Actions {
   onRemove(id: number): void;
   onClear(): void;
   onListen(id: number): void;
+  onReveal(id: number): void;
 }
 
 // Arrow keys move between the connections, Home and End to the first and last.
@@ -99,6 +100,9 @@ function Connection({ row, playing, ...a }: { row: Row; playing: boolean } & Act
           aria-label={playing ? `Stop listening to ${name}` : `Listen to ${name}`}
         >
           {playing ? 'Stop listening' : 'Listen'}
+        </button>
+        <button type="button" onClick={() => a.onReveal(row.id)} aria-label={`Show where ${name} records`}>
+          Reveal
         </button>
         <button type="button" class="danger" onClick={() => a.onRemove(row.id)} aria-label={`Remove ${name}`}>
           Remove

@@ -141,6 +141,7 @@ export const api = {
   start: (id: number) => call<Row>('POST', `/api/activity/${id}/start`),
   stopAfterTrack: (id: number, on: boolean) => call<Row>('POST', `/api/activity/${id}/stop-after-track`, { on }),
   remove: (id: number) => call<object>('DELETE', `/api/activity/${id}`),
+  reveal: (id: number) => call<{ path: string }>('POST', `/api/activity/${id}/reveal`),
   clear: () => call<{ removed: number }>('POST', '/api/activity/clear'),
 };
 
