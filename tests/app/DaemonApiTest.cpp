@@ -194,6 +194,23 @@ TEST_F(DaemonApiTest, MailSettingsAreShownAndChangedAsOneSet) {
     EXPECT_EQ(stored->getParam("mailServer"), "smtp.example.org:587");
 }
 
+TEST_F(DaemonApiTest, LibrarySettingsAreChangedAsOneSetAndTheMpdPasswordIsNeverSent) {
+    expectAnswers({
+        {"GET", "/api/library", "", 200},
+        {"PUT", "/api/library", R"({"libraryBackend":"mpd","mpdPort":6601,"mpdPassword":"secret"})", 200},
+        {"PUT", "/api/library", R"({"libraryBackend":"itunes"})", 400},
+        {"PUT", "/api/library", R"({"mpdPort":"99999","libraryFolder":"/elsewhere"})", 400},
+        {"PUT", "/api/library", R"({"reconnect":true})", 400},
+        {"PUT", "/api/library", R"({"mpdHost":["a"]})", 400},
+    });
+    auto library = json(call("GET", "/api/library"));
+    EXPECT_EQ(library["libraryBackend"], "mpd");
+    EXPECT_EQ(library["mpdPort"], "6601");
+    EXPECT_EQ(library["libraryFolder"], "");  // the refused set changed nothing
+    EXPECT_EQ(library["mpdPasswordSet"], true);
+    EXPECT_FALSE(library.contains("mpdPassword"));
+}
+
 TEST_F(DaemonApiTest, SchedulesAreMadeChangedAndRemoved) {
     // A Monday noon, so that four weeks hold exactly eight starts.
     auto now = test::localDate(2026, 11, 23, 12, 0, 0);
