@@ -13,6 +13,7 @@
 #include "app/LibraryApi.h"
 #include "app/LoginLinks.h"
 #include "app/MailApi.h"
+#include "app/RecentApi.h"
 #include "app/RelayAudioApi.h"
 #include "app/ScheduleApi.h"
 #include "app/SettingsApi.h"
@@ -62,6 +63,7 @@ bool Daemon::start(std::string& failure) {
     ui_->setActivity(&controller_->activity());
     server_ = std::make_unique<ApiServer>(server, *events_, *logins_);
     addActivityRoutes(*server_, *controller_);
+    addRecentRoutes(*server_, *controller_);
     addApplicationRoutes(*server_, *controller_, *logins_);
     addScheduleRoutes(*server_, *controller_, *events_);
     bookmarks_ = std::make_unique<BookmarkApi>(*server_, *events_);

@@ -113,6 +113,7 @@ TEST_F(DaemonApiTest, EveryCallAnswersOrRefusesWithOneLine) {
     const std::vector<Row> rows = {
         {"GET", "/api/status", "", 200},
         {"GET", "/api/activity", "", 200},
+        {"GET", "/api/recent", "", 200},
         {"GET", "/api/window", "", 200},
         {"PUT", "/api/window", R"({"MainWinPos":"{{10, 20}, {800, 600}}"})", 200},
         {"PUT", "/api/window", R"({"MainWinPos":"big"})", 400},
@@ -598,6 +599,44 @@ TEST_F(DaemonApiTest, RelayAudioReachesThePageWithoutMetadata) {
     expectAnswers(refusals);
     EXPECT_EQ(call("GET", audio, "", {}, false)->status, 401);
     EXPECT_EQ(call("GET", audio, "", {{"Origin", "http://evil.example"}})->status, 403);
+}
+
+TEST_F(DaemonApiTest, RecentConnectionsAreListedNewestFirstAndRecordedByTheirFile) {
+    EXPECT_EQ(json(call("GET", "/api/recent"))["items"].size(), 0u);
+    auto station = startStation();
+    const std::vector<std::string> names = {"Alpha", "Beta"};
+    for (const std::string& name : names) {
+        const std::string body =
+            R"({"bookmark":")" + bookmarkFor(station->port(), name)->filePath() + R"("})";
+        auto started = call("POST", "/api/activity", body);
+        ASSERT_EQ(started->status, 201) << started->body;
+    }
+    auto items = json(call("GET", "/api/recent"))["items"];
+    ASSERT_EQ(items.size(), 2u) << items.dump();
+    EXPECT_EQ(items[0]["name"], names[1]);
+    EXPECT_EQ(items[1]["name"], names[0]);
+    EXPECT_EQ(items[1]["location"], "http://127.0.0.1:" + std::to_string(station->port()) + "/stream");
+    EXPECT_EQ(items[1]["available"], true);
+
+    // A stopped connection would only start again: the list is cleared first.
+    auto removeAll = [this] {
+        ActivityController& list = daemon_->controller().activity();
+        while (list.numberOfRows() > 0) list.removeRecord(list.connectionAt(0));
+    };
+    // The older one again, from its copy: it is newest now.
+    removeAll();
+    const std::string file = items[1]["file"];
+    const std::string again = R"({"bookmark":")" + file + R"("})";
+    expectAnswers({{"POST", "/api/activity", again, 201}});
+    EXPECT_EQ(json(call("GET", "/api/recent"))["items"][0]["name"], names[0]);
+
+    // A copy deleted behind the daemon's back: listed as unavailable, refused.
+    removeAll();
+    ASSERT_TRUE(std::filesystem::remove(file));
+    items = json(call("GET", "/api/recent"))["items"];
+    EXPECT_EQ(items[0]["available"], false);
+    EXPECT_EQ(items[0]["location"], "");
+    expectAnswers({{"POST", "/api/activity", again, 404}});
 }
 
 TEST_F(DaemonApiTest, DirectoryUpdatesFromRadioBrowserAndSavesItsEntries) {

@@ -3,6 +3,7 @@ import { api, ApiFailure, BookmarkDetails } from './api';
 import { buildTree, TreeGroup } from './bookmarks';
 import { BookmarkEditor } from './BookmarkEditor';
 import { NewBookmark } from './NewBookmark';
+import { Recent } from './Recent';
 import type { ModuleProps } from './modules';
 
 type How = { relayOnly?: boolean; listen?: boolean };
@@ -110,18 +111,21 @@ export function BookmarksModule({ events, failed }: ModuleProps) {
         </div>
       )}
       <div class="columns">
-        <div class="panel">
-          {list === null ? (
-            <p class="empty">Reading the bookmarks…</p>
-          ) : problem ? (
-            <p class="empty">No bookmarks to show: {problem}</p>
-          ) : list.length === 0 ? (
-            <p class="empty">No bookmarks yet: add one from a stream or playlist address.</p>
-          ) : (
-            <nav aria-label="Bookmarks" class="tree">
-              <Group group={buildTree(list)} selected={selected} onSelect={setSelected} onStart={start} />
-            </nav>
-          )}
+        <div>
+          <div class="panel">
+            {list === null ? (
+              <p class="empty">Reading the bookmarks…</p>
+            ) : problem ? (
+              <p class="empty">No bookmarks to show: {problem}</p>
+            ) : list.length === 0 ? (
+              <p class="empty">No bookmarks yet: add one from a stream or playlist address.</p>
+            ) : (
+              <nav aria-label="Bookmarks" class="tree">
+                <Group group={buildTree(list)} selected={selected} onSelect={setSelected} onStart={start} />
+              </nav>
+            )}
+          </div>
+          <Recent events={events} onStatus={setStatus} />
         </div>
         <div>
           {current ? (

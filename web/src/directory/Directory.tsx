@@ -2,7 +2,7 @@ import { useCallback, useEffect, useRef, useState } from 'preact/hooks';
 import { failureWords as words } from '../api';
 import { useEvents } from '../events';
 import type { ModuleProps } from '../modules';
-import { directoryApi, Entry, FilterBar, filterRequest, Tree } from './directory';
+import { directoryApi, Entry, entryFacts, FilterBar, filterRequest, Source, Tree, updateRequest } from './directory';
 
 
 const OUTCOME: Record<string, string> = {
@@ -30,10 +30,7 @@ function EntryRow({ e, onNote }: { e: Entry; onNote: (text: string) => void }) {
     <li class="entry">
       <div>
         <span class={`rate rate-${e.class === 'medium' ? 'med' : e.class}`}>{e.name}</span>
-        <span class="label">
-          {' '}
-          · {e.bitrate} kbit/s{e.hasMeta ? ' · titles' : ''}
-        </span>
+        <span class="label"> · {entryFacts(e)}</span>
         {e.description && <p class="help">{e.description}</p>}
       </div>
       <div class="controls">
@@ -56,11 +53,15 @@ export function Directory({ events }: ModuleProps) {
   const [progress, setProgress] = useState<{ text: string; percent: number } | null>(null);
   const [note, setNote] = useState('');
   const timer = useRef<number | null>(null);
+  // The daemon's source until the user picks one: a later read never overrides a choice.
+  const [source, setSource] = useState<Source | null>(null);
+  const [allCodecs, setAllCodecs] = useState(false);
 
   const read = useCallback(() => {
     directoryApi.tree().then(
       (t) => {
         setTree(t);
+        setSource((chosen) => chosen ?? t.source ?? 'server');
         if (!t.updating) setProgress(null);
       },
       (e) => setProblem(words(e)),
@@ -92,8 +93,9 @@ export function Directory({ events }: ModuleProps) {
 
   const update = () => {
     setNote('');
-    setProgress({ text: 'Asking the directory server…', percent: 0 });
-    directoryApi.update().catch((e) => {
+    const from = source ?? 'server';
+    setProgress({ text: from === 'radio-browser' ? 'Asking Radio Browser…' : 'Asking the directory server…', percent: 0 });
+    directoryApi.update(updateRequest(from, allCodecs)).catch((e) => {
       setProgress(null);
       setNote(words(e));
     });
@@ -104,9 +106,24 @@ export function Directory({ events }: ModuleProps) {
     <section aria-labelledby="directory-head">
       <div class="section-head">
         <h2 id="directory-head">Station directory</h2>
-        <button type="button" onClick={update} disabled={progress !== null || tree?.updating}>
-          Update
-        </button>
+        <div class="controls source">
+          <label>
+            Source
+            <select value={source ?? 'server'} onChange={(e) => setSource((e.target as HTMLSelectElement).value as Source)}>
+              <option value="server">Directory server</option>
+              <option value="radio-browser">Radio Browser</option>
+            </select>
+          </label>
+          {source === 'radio-browser' && (
+            <label>
+              <input type="checkbox" checked={allCodecs} onChange={(e) => setAllCodecs((e.target as HTMLInputElement).checked)} />
+              All codecs (not only MP3)
+            </label>
+          )}
+          <button type="button" onClick={update} disabled={progress !== null || tree?.updating}>
+            Update
+          </button>
+        </div>
       </div>
       {progress && (
         <div class="progress">
@@ -144,7 +161,9 @@ export function Directory({ events }: ModuleProps) {
         <p class="empty">
           {tree.filtered
             ? 'No station matches the filter.'
-            : 'The directory is empty: "Update" fetches it from the directory server (preference tunerServer).'}
+            : source === 'radio-browser'
+              ? 'The directory is empty: "Update" fetches it from Radio Browser.'
+              : 'The directory is empty: "Update" fetches it from the directory server (preference tunerServer).'}
         </p>
       ) : (
         <>

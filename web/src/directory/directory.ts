@@ -11,13 +11,20 @@ export interface Entry {
   hasMeta: boolean;
   type: string;
   id: string;
+  /** Given by Radio Browser entries ("MP3", "AAC", …); empty for the directory server's. */
+  codec?: string;
+  source?: Source;
 }
+
+export type Source = 'server' | 'radio-browser';
 
 export interface Tree {
   version: string;
   filtered: boolean;
   count: number;
   updating: boolean;
+  /** The source of the last finished update, which the next one uses unless told otherwise. */
+  source?: Source;
   genres: { name: string; streams: Entry[] }[];
 }
 
@@ -45,10 +52,21 @@ export function filterRequest(bar: FilterBar): { body: { keywords: string; minKb
   return { body: { keywords: bar.keywords.trim(), minKbps: min, maxKbps: max } };
 }
 
+/** The update call's body: the codec switch means something to Radio Browser only. */
+export function updateRequest(source: Source, allCodecs: boolean): { source: Source; allCodecs?: boolean } {
+  return source === 'radio-browser' ? { source, allCodecs } : { source };
+}
+
+/** The facts shown after an entry's name: its rate, its codec when known, whether it sends titles. */
+export function entryFacts(e: Pick<Entry, 'bitrate' | 'codec' | 'hasMeta'>): string {
+  const codec = e.codec?.trim();
+  return [`${e.bitrate} kbit/s`, codec, e.hasMeta ? 'titles' : ''].filter(Boolean).join(' · ');
+}
+
 export const directoryApi = {
   tree: () => call<Tree>('GET', '/api/directory'),
   filter: (body: { keywords: string; minKbps: number; maxKbps: number }) => call<object>('POST', '/api/directory/filter', body),
-  update: () => call<object>('POST', '/api/directory/update', {}),
+  update: (body: { source: Source; allCodecs?: boolean }) => call<object>('POST', '/api/directory/update', body),
   bookmark: (entry: string) => call<Bookmark & { file: string }>('POST', '/api/directory/bookmark', { entry }),
   record: (file: string) => call<object>('POST', '/api/activity', { bookmark: file }),
 };

@@ -18,6 +18,7 @@ describe('bookmarks and history modules', () => {
     t = await launch({ prefs: { log: 'YES' }, hash: '#/bookmarks' });
     page = globalThis.page = t.page;
     await page.getByText('No bookmarks yet: add one from a stream or playlist address.').waitFor();
+    await page.getByText('Nothing recorded yet: the stations you record show here.').waitFor();
   });
 
   after(() => t?.close());
@@ -98,6 +99,18 @@ describe('bookmarks and history modules', () => {
         ),
       );
     }
+    await page.getByRole('button', { name: 'Stop Test Station' }).click();
+    await page.getByRole('button', { name: 'Start Test Station again' }).waitFor();
+
+    // The station recorded is the newest of the recent list, and starts from there again.
+    await page.getByRole('link', { name: 'Bookmarks' }).click();
+    const recent = page.getByRole('list', { name: 'Recent stations' }).locator('li');
+    await until(page, () => document.querySelector('[data-recent="Test Station"]'));
+    assert.equal(await recent.count(), 1);
+    assert.match(await recent.textContent(), /Test Station.*127\.0\.0\.1/);
+    await recent.getByRole('button', { name: 'Record again: Test Station' }).click();
+    await page.getByText('Recording Test Station: see Activity.').waitFor();
+    await page.getByRole('link', { name: 'Activity' }).click();
     await page.getByRole('button', { name: 'Stop Test Station' }).click();
     await page.getByRole('button', { name: 'Start Test Station again' }).waitFor();
   });

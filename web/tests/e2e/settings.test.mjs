@@ -51,6 +51,16 @@ describe('schedules, preferences, directory and alerts', () => {
   test('the directory updates with a progress bar, filters as you type, and records an entry', async () => {
     const m = await goTo('Directory', 'directory');
     await m.getByText(/The directory is empty/).waitFor();
+    // The source the daemon last updated from; the codec switch only for Radio Browser,
+    // which is chosen here but never asked: the test stays on loopback.
+    const source = m.getByLabel('Source');
+    assert.equal(await source.inputValue(), 'server');
+    assert.equal(await m.getByLabel(/^All codecs/).count(), 0);
+    await source.selectOption('radio-browser');
+    await m.getByLabel(/^All codecs/).check();
+    await m.getByText(/fetches it from Radio Browser/).waitFor();
+    await source.selectOption('server');
+    assert.equal(await m.getByLabel(/^All codecs/).count(), 0);
     // Watched from before the click: the whole update may take less than a frame.
     const progressed = until(page, () => {
       const label = document.querySelector('label[for="directory-progress"]')?.textContent ?? '';
@@ -61,6 +71,7 @@ describe('schedules, preferences, directory and alerts', () => {
     await m.getByText(/^The directory was updated/).waitFor();
     for (const genre of ['Jazz', 'Rock', 'Talk Radio']) await m.locator('summary', { hasText: genre }).waitFor();
     assert.match(await m.getByText(/^6 stations/).textContent(), /6 stations/);
+    assert.equal((await api('/api/directory')).source, 'server');
 
     // Results come as the words are typed: every entry shown mentions jazz.
     await m.getByLabel('Words').pressSequentially('jazz');
