@@ -209,7 +209,8 @@ void addCommon(CLI::App* cmd, const std::shared_ptr<DirectoryArgs>& args) {
     cmd->add_option(
         "--server", args->server,
         "The directory server's base address, e.g. http://127.0.0.1:8000 (default: the preference "
-        "tunerServer; for Radio Browser radioBrowserServer, else a mirror chosen at random)");
+        "tunerServer, which a successful update from a directory server sets; for Radio Browser "
+        "radioBrowserServer, else a mirror chosen at random)");
 }
 
 void addFilters(CLI::App* cmd, const std::shared_ptr<DirectoryArgs>& args) {

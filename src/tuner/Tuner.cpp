@@ -438,13 +438,17 @@ void Tuner::finishUpdate(Outcome outcome, const std::string& message, std::optio
             text = fmt::format("{} genres from Radio Browser ({})", count, cv_);
         } else {
             prefs->setParam(cv_, kVersionKey);
+            // Deliberate: the server a directory came from is kept with its
+            // version, so that its entries' playlists are fetched from it and
+            // the next check asks it, without naming it again.
+            if (!server_.empty()) prefs->setParam(server_, kServerKey);
             text = fmt::format("{} genres, version {}", count, cv_);
         }
         if (!prefs->saveToFile()) {
             // The directory file is new, but the next check will fetch it again.
             Log::warning(
-                "The preferences could not be saved: the directory's version and source are "
-                "not recorded");
+                "The preferences could not be saved: the directory's version, source and server "
+                "are not recorded");
             text += " (the preferences could not be saved)";
         }
     }

@@ -56,8 +56,9 @@ TEST_F(DirectoryCommandTest, UpdateListAndRecordAnEntry) {
         for (const auto& s : genre["streams"]) names.push_back(s["name"]);
     EXPECT_EQ(names, (std::vector<std::string>{"Blue Note Radio", "City News", "Rock and Jazz Talk"}));
 
-    auto record = quillon({"directory", "record", "Jazz/Blue Note Radio", "--server", server, "--for", "2s",
-                           "-q", "--to", file("rec")});
+    // The update kept its server: the entry's playlist comes from it unasked.
+    auto record =
+        quillon({"directory", "record", "Jazz/Blue Note Radio", "--for", "2s", "-q", "--to", file("rec")});
     ASSERT_EQ(record.status, 0) << record.err;
     EXPECT_NE(record.err.find("/stream/1001"), std::string::npos) << record.err;
     EXPECT_GT(countEntries(file("rec")), 0u);
@@ -67,9 +68,10 @@ TEST_F(DirectoryCommandTest, UpdateListAndRecordAnEntry) {
 }
 
 TEST_F(DirectoryCommandTest, UpdateFailingHalfWayKeepsTheLocalDirectory) {
+    std::string first;
     {
-        const std::string server = startStation();
-        ASSERT_EQ(quillon({"directory", "update", "--server", server}).status, 0);
+        first = startStation();
+        ASSERT_EQ(quillon({"directory", "update", "--server", first}).status, 0);
         station_->signal(SIGTERM);
         station_->wait();
     }
@@ -82,6 +84,7 @@ TEST_F(DirectoryCommandTest, UpdateFailingHalfWayKeepsTheLocalDirectory) {
     EXPECT_EQ(readWholeFile(directoryFile()), before);
     auto version = quillon({"prefs", "get", "tunerVersion"});
     EXPECT_EQ(version.out, "1\n");
+    EXPECT_EQ(quillon({"prefs", "get", "tunerServer"}).out, first + "\n");
 }
 
 }  // namespace
